@@ -8,6 +8,10 @@
 #define SORREL_API __attribute__((visibility("default"))) /* part of the exported interface */
 #endif
 
+#ifndef SORREL_LOCAL
+#define SORREL_LOCAL __attribute__((visibility("hidden"))) /* not part of the exported interface */
+#endif
+
 namespace sorrel {
 
 // Owns the handle of a plug-in: opened by load, closed by the destructor, never reopened in place. The entry points of
@@ -37,6 +41,10 @@ public:
 
     // The path given to the constructor; lives as long as the module.
     const std::string& getLibPath() const;
+
+    // Keeps the open library mapped for good, also when the module is destroyed: for an exception that is on its way
+    // and whose code may live there.
+    SORREL_LOCAL void keepMapped();
 
 private:
     void* m_handle; // null while the library is not open

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <map>
+#include <memory>
 #include <pthread.h>
 #include <string>
 #include <system_error>
@@ -173,12 +174,14 @@ protected:
 private:
     SORREL_LOCAL void startUp();
     SORREL_LOCAL void startWorker();
+    SORREL_LOCAL std::thread spawnWatcher();
     SORREL_LOCAL void stopWorker();
     SORREL_LOCAL void closeDescriptors();
     SORREL_LOCAL void releaseTarget(CPluggableLogModule& entry);
     SORREL_LOCAL void releaseTargets();
+    SORREL_LOCAL std::string chooseCfgFilename() const;
     SORREL_LOCAL void unloadUnseenTargets();
-    SORREL_LOCAL void loadTarget(const std::string& libPath, CLogTargetParameters& parameters);
+    SORREL_LOCAL void loadTarget(std::unique_ptr<CDynamicModule>& module, CLogTargetParameters& parameters);
     SORREL_LOCAL void onInotifyEvent();
     SORREL_LOCAL bool onNotification();
 };

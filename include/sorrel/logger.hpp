@@ -79,10 +79,12 @@ public:
 
     // Formats a message and hands it to the container, if the level passes; null arguments and levels that do not pass
     // do nothing. The argument list is used up.
-    void log(sorrel_component* component, sorrel_level* level, const char* format, va_list args);
+    void log(sorrel_component* component, sorrel_level* level, const char* format, va_list args)
+        __attribute__((format(printf, 4, 0)));
 
     // As sor_syslog, with all its warnings.
-    void sorSyslog(sorrel_component* component, sorrel_level* level, const char* format, va_list args);
+    void sorSyslog(sorrel_component* component, sorrel_level* level, const char* format, va_list args)
+        __attribute__((format(printf, 4, 0)));
 
     // Thread naming and function tracing, as sorrel_init, sorrel_done, sorrel_enter_function, sorrel_leave_function.
     // Their own messages always go through the configured logger.
@@ -104,6 +106,7 @@ public:
 private:
     class RegistryLocks;
 
+    SORREL_LOCAL CSorrel(bool configured, std::string&& firstAppname);
     SORREL_LOCAL void lockContainerAndComponents();
     SORREL_LOCAL void storeAppname(const std::string& name);
 

@@ -1,0 +1,125 @@
+// Logging straight to syslog, under a level kept in one file for all programs. The library's own diagnostic channel: it
+// knows nothing of the rest of the library.
+#include <sorrel/tangle_log.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char kLevelFile[] = "/etc/tanglelog.cfg";
+constexpr char kVerboseSwitch[] = "SORREL_VERBOSE_STARTUP";
+constexpr char kSyslogdPidFile[] = "/var/run/syslogd.pid";
+constexpr int kAllPriorities = 0xff;
+constexpr int kDefaultLevel = LOG_DEBUG;
+
+bool tangleVerbose() {
+    static const bool verbose = [] {
+        const char* const value = getenv(kVerboseSwitch);
+        return value != nullptr && std::strcmp(value, "1") == 0;
+    }();
+    return verbose;
+}
+
+// Points into the C library's own copy, so that openlog may keep it.
+const char* programName() {
+    return basename(program_invocation_short_name);
+}
+
+// The level of the first line that contains the program's name. Deliberate: anywhere in the line, so that the line of a
+// longer name serves as well.
+int readLevel(std::FILE* file) {
+    char line[80];
+    while (std::fgets(line, sizeof line, file) != nullptr) {
+        char* const match = std::strstr(line, programName());
+        if (match == nullptr) {
+            continue;
+        }
+        char* rest = nullptr;
+        const char* level = nullptr;
+        if (strtok_r(match, " ", &rest) != nullptr) {
+            level = strtok_r(nullptr, " ", &rest);
+        }
+        return level == nullptr ? -1
+                                : static_cast<int>(std::clamp(std::strtol(level, nullptr, 10), -1L, long{INT_MAX}));
+    }
+    return -1;
+}
+
+// This program's level, or -1 when it has none.
+int readTangleLevel() {
+    std::FILE* const file = std::fopen(kLevelFile, "re");
+    if (file == nullptr) {
+        return -1;
+    }
+    const int level = readLevel(file);
+    std::fclose(file);
+    return level;
+}
+
+void appendDefaultEntry() {
+    if (std::FILE* const file = std::fopen(kLevelFile, "a+e")) {
+        std::fprintf(file, "%s %i\n", programName(), kDefaultLevel);
+        std::fclose(file);
+    }
+}
+
+// All priorities from 0 to the level. From 31 on every bit is set: one more could not be shifted.
+void letPassUpTo(int level) {
+    setlogmask(level < 31 ? (1 << (level + 1)) - 1 : -1);
+}
+
+// Reads files and writes to syslog in signal context, by design.
+void onTangleLevelSignal(int) {
+    const int savedErrno = errno;
+    const int level = readTangleLevel();
+    if (level >= 0) {
+        letPassUpTo(level);
+        if (level != 0) {
+            sorrel::sorrel_tangleLog(level, "[loglevel for %s set to %d]", programName(), level);
+        }
+    }
+    errno = savedErrno;
+}
+
+} // namespace
+
+void sorrel::sorrel_tangleLog(int priority, const char* format, ...) {
+    const int savedErrno = errno;
+    if (tangleVerbose()) {
+        char text[1024];
+        text[0] = '\0';
+        errno = savedErrno; // for %m
+        va_list args;
+        va_start(args, format);
+        vsnprintf(text, sizeof text, format, args);
+        va_end(args);
+        syslog(priority, "%s", text);
+    }
+    errno = savedErrno;
+}
+
+void sorrel::sorrel_tangleLogInit() {
+    openlog(programName(), LOG_PID | LOG_NDELAY, LOG_USER);
+    int level = readTangleLevel();
+    if (level == -1) {
+        appendDefaultEntry();
+        setlogmask(kAllPriorities);
+        level = kDefaultLevel;
+    } else {
+        letPassUpTo(level);
+    }
+    tangleVerbose(); // computed before the handler may need it
+    if (level != 0 && access(kSyslogdPidFile, R_OK) == 0) {
+        sorrel_tangleLog(level, "[Log level for %s set to %d]", programName(), level);
+    }
+    std::signal(SIGUSR1, onTangleLevelSignal);
+}

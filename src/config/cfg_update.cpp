@@ -1,0 +1,85 @@
+// The re-read of the configuration: which file, what its lines mean, and what is unloaded afterwards.
+#include <sorrel/cfread.h>
+#include <sorrel/dynamic_module.hpp>
+#include <sorrel/log_target_container.hpp>
+#include <sorrel/tangle_log.h>
+
+#include "core/text_split.hpp"
+
+#include <mutex>
+#include <unistd.h>
+
+namespace sorrel {
+
+std::string CLogTargetContainer::getDefaultCfgFilename() const {
+    return m_configPath + "/sorrel.cfg";
+}
+
+std::string CLogTargetContainer::getAppCfgFilename() const {
+    return m_configPath + "/sorrel-" + m_appname + ".cfg";
+}
+
+// One file is read, never both: that of the application replaces the default one.
+std::string CLogTargetContainer::chooseCfgFilename() const {
+    if (!m_appname.empty()) {
+        std::string file = getAppCfgFilename();
+        if (access(file.c_str(), F_OK) == 0) {
+            return file;
+        }
+    }
+    return getDefaultCfgFilename();
+}
+
+void CLogTargetContainer::onCfgUpdate() {
+    const std::lock_guard<CLogTargetContainer> guard(*this);
+    const std::string file = chooseCfgFilename();
+    sorrel_tangleLog(7, "logtarget-container: reading sorrel-config from file \"%s\"", file.c_str());
+    m_hasSyslogTarget = false;
+    if (cfread_parse_with_callback(file.c_str(), Callback_Cfread, this, 0) != 0) {
+        // Deliberate: without the prefix of the other messages, and nothing is unloaded. The seen flags stay as the
+        // part that could be read has left them.
+        sorrel_tangleLog(3, "unable to read sorrel-config \"%s\" - giving up.", file.c_str());
+        return;
+    }
+    unloadUnseenTargets();
+}
+
+int CLogTargetContainer::Callback_Cfread(const char* key, const char* value, void* ctx) {
+    if (key == nullptr || value == nullptr || ctx == nullptr) {
+        return 1;
+    }
+    return static_cast<CLogTargetContainer*>(ctx)->OnCallbackCfRead(key, value);
+}
+
+int CLogTargetContainer::OnCallbackCfRead(const std::string& key, const std::string& value) {
+    sorrel_tangleLog(7, "callback \"%s\"=\"%s\"", key.c_str(), value.c_str());
+    const std::string token = trimmed(key);
+    if (token == "target") {
+        return onCfgParamTarget(token, trimmed(value));
+    }
+    if (token == "component") {
+        return onCfgParamComponent(token, trimmed(value));
+    }
+    sorrel_tangleLog(7, "ignoring unknown config token \"%s\"", token.c_str());
+    return 0;
+}
+
+void CLogTargetContainer::unloadUnseenTargets() {
+    for (auto it = m_targets.begin(); it != m_targets.end();) {
+        CPluggableLogModule& entry = it->second;
+        if (entry.seen) {
+            if (entry.target->isSyslogTarget()) {
+                m_hasSyslogTarget = true;
+            }
+            entry.seen = false;
+            ++it;
+            continue;
+        }
+        sorrel_tangleLog(6, "logtarget-container: unloading log-target %s (and its library \"%s\")",
+                         entry.target->getName().c_str(), entry.module->getLibPath().c_str());
+        releaseTarget(entry);
+        it = m_targets.erase(it);
+    }
+}
+
+} // namespace sorrel

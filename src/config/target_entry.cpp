@@ -1,0 +1,78 @@
+// The `target` lines of the configuration: a library, and the parameters of its target.
+#include <sorrel/dynamic_module.hpp>
+#include <sorrel/log_target_container.hpp>
+#include <sorrel/tangle_log.h>
+
+#include "core/text_split.hpp"
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+namespace {
+
+// Only pieces of the form name=value count, and of a name that repeats the first.
+void addParameter(std::map<std::string, std::string>& params, const std::string& text) {
+    const std::vector<std::string> pieces = sorrel::splitAt(text, "=");
+    if (pieces.size() == 2) {
+        params.emplace(sorrel::trimmed(pieces[0]), sorrel::trimmed(pieces[1]));
+    }
+}
+
+} // namespace
+
+namespace sorrel {
+
+int CLogTargetContainer::onCfgParamTarget(const std::string& /*key*/, const std::string& value) {
+    const std::vector<std::string> pieces = splitAt(value, ",");
+    const std::string libPath = pieces.empty() ? std::string() : trimmed(pieces[0]);
+    CLogTargetParameters parameters;
+    for (std::size_t i = 1; i < pieces.size(); ++i) {
+        addParameter(parameters.params, pieces[i]);
+    }
+    parameters.params.emplace(TARGET_TOKEN_APPLICATION_NAME(), m_appname);
+
+    const auto loaded = m_targets.find(libPath);
+    if (loaded != m_targets.end()) {
+        sorrel_tangleLog(7, "logtarget-container: library \"%s\" already loaded", libPath.c_str());
+        loaded->second.seen = true;
+        return 0;
+    }
+    std::unique_ptr<CDynamicModule> module(new CDynamicModule(libPath));
+    try {
+        loadTarget(module, parameters);
+    } catch (...) {
+        module.release(); // stays open for good: the code of the exception may live in it
+        throw;
+    }
+    return 0;
+}
+
+// Makes the target of a library and puts both into the map. The module is left with the caller on failure.
+void CLogTargetContainer::loadTarget(std::unique_ptr<CDynamicModule>& module, CLogTargetParameters& parameters) {
+    const char* const path = module->getLibPath().c_str();
+    if (module->load(nullptr) != 0) {
+        const int loadErrno = errno;
+        sorrel_tangleLog(3, "logtarget-container: Unable to load the logtarget-library \"%s\" - errno=%i(%s)", path,
+                         loadErrno, std::strerror(loadErrno));
+        return;
+    }
+    auto* const factory = static_cast<IClassFactory*>(module->getClassFactory());
+    if (factory == nullptr) {
+        sorrel_tangleLog(3, "logtarget-container: Unable to retrieve the classfactory from lib \"%s\"", path);
+        return;
+    }
+    // Deliberate: an object that is no log target is not handed back to the factory.
+    auto* const target =
+        dynamic_cast<ILogTarget*>(factory->createObject(ILogTarget::LOG_TARGET_CLASS_NAME, &parameters));
+    if (target == nullptr) {
+        sorrel_tangleLog(3, "logtarget-container: Unable to create LogTarget from lib \"%s\"", path);
+        return;
+    }
+    sorrel_tangleLog(7, "will load target %s from lib %s", target->getName().c_str(), path);
+    m_targets.emplace(module->getLibPath(), CPluggableLogModule{module.get(), target, true});
+    module.release();
+}
+
+} // namespace sorrel

@@ -1,0 +1,243 @@
+// The worker thread that watches the configuration file, and how it is told things.
+#include <sorrel/log_target_container.hpp>
+#include <sorrel/tangle_log.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::uint32_t kWatchMask = IN_CLOSE_WRITE | IN_DELETE;
+
+void closeOnExec(int fd) {
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
+}
+
+ssize_t readRetrying(int fd, void* buffer, size_t size) {
+    ssize_t got = 0;
+    do {
+        got = read(fd, buffer, size);
+    } while (got == -1 && errno == EINTR);
+    return got;
+}
+
+// A queued event that carries a name is longer than its header, and cannot be read as one: the watched path is a
+// directory. It has to go, or it would be reported without end.
+void dropNamedEvents(int inotifyFd) {
+    char events[4096];
+    readRetrying(inotifyFd, events, sizeof events);
+}
+
+// Blocks all signals in its scope, for a thread that is started there: signals are the application's business.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &m_previous);
+    }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &m_previous, nullptr); }
+
+private:
+    sigset_t m_previous;
+};
+
+} // namespace
+
+namespace sorrel {
+
+int CLogTargetContainer::init_fds() {
+    m_epollFd = epoll_create(1);
+    if (m_epollFd == -1) {
+        return -1;
+    }
+    closeOnExec(m_epollFd);
+    m_inotifyFd = inotify_init();
+    if (m_inotifyFd == -1) {
+        close_fd(m_epollFd);
+        return -1;
+    }
+    closeOnExec(m_inotifyFd);
+    m_watchFd = inotify_add_watch(m_inotifyFd, getDefaultCfgFilename().c_str(), kWatchMask);
+    if (m_watchFd == -1) {
+        close_fd(m_inotifyFd); // Deliberate: epoll stays open until the destructor.
+        return -1;
+    }
+    int ends[2];
+    if (pipe(ends) != 0) {
+        close_wd(m_watchFd); // Deliberate: epoll and inotify stay open until the destructor.
+        return -1;
+    }
+    m_pipeFds[0] = ends[0];
+    m_pipeFds[1] = ends[1];
+    closeOnExec(m_pipeFds[0]);
+    closeOnExec(m_pipeFds[1]);
+    return 0;
+}
+
+int CLogTargetContainer::init_epoll_evts() {
+    for (const int fd : {m_inotifyFd, m_pipeFds[0]}) {
+        epoll_event event{};
+        event.events = EPOLLIN;
+        event.data.fd = fd;
+        if (epoll_ctl(m_epollFd, EPOLL_CTL_ADD, fd, &event) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+// Epoll first; the watch while inotify is still open.
+void CLogTargetContainer::closeDescriptors() {
+    close_fd(m_epollFd);
+    close_wd(m_watchFd);
+    close_fd(m_inotifyFd);
+    close_fd(m_pipeFds[0]);
+    close_fd(m_pipeFds[1]);
+}
+
+void CLogTargetContainer::close_fd(int& fd) {
+    if (fd != -1) {
+        close(fd);
+        fd = -1;
+    }
+}
+
+void CLogTargetContainer::close_wd(int& wd) {
+    if (wd != -1 && m_inotifyFd != -1) {
+        inotify_rm_watch(m_inotifyFd, wd);
+        wd = -1;
+    }
+}
+
+int CLogTargetContainer::notifyThread(thread_notification notification) {
+    if (m_pipeFds[1] == -1) {
+        sorrel_tangleLog(3, "logtarget-container: invalid pipe-fd (notify)");
+        return -1;
+    }
+    if (write(m_pipeFds[1], &notification, sizeof notification) != static_cast<ssize_t>(sizeof notification)) {
+        sorrel_tangleLog(3, "logtarget-container: unable to write to pipe (notify) - errno=%s", std::strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+int CLogTargetContainer::threadNotifyTerminate() {
+    return notifyThread(THREAD_NOTIFICATION_TERMINATE);
+}
+
+int CLogTargetContainer::threadNotfiyAppname() {
+    return notifyThread(THREAD_NOTIFICATION_APPNAME);
+}
+
+std::thread CLogTargetContainer::spawnWatcher() {
+    const SignalsBlocked scope;
+    return std::thread(outerThreadStartup, this);
+}
+
+void CLogTargetContainer::outerThreadStartup(CLogTargetContainer* container) {
+    if (container != nullptr) {
+        container->threadStartup();
+    }
+}
+
+int CLogTargetContainer::threadStartup() {
+    return threadEventLoop();
+}
+
+int CLogTargetContainer::threadEventLoop() {
+    for (;;) {
+        epoll_event events[2];
+        const int count = epoll_wait(m_epollFd, events, 2, -1);
+        if (count < 0) {
+            if (errno == EINTR || errno == EAGAIN) {
+                continue;
+            }
+            sorrel_tangleLog(3, "logtarget-container: epoll failed with errno=%s - terminating watcher thread.",
+                             std::strerror(errno));
+            return 0;
+        }
+        if (count == 0) {
+            sorrel_tangleLog(3, "logtarget-container: epoll reported timeout!?");
+        }
+        for (int i = 0; i < count; ++i) {
+            if (events[i].data.fd == m_inotifyFd) {
+                onInotifyEvent();
+            } else if (events[i].data.fd == m_pipeFds[0] && !onNotification()) {
+                return 0;
+            }
+        }
+    }
+}
+
+void CLogTargetContainer::onInotifyEvent() {
+    inotify_event event;
+    const ssize_t got = readRetrying(m_inotifyFd, &event, sizeof event);
+    if (got != static_cast<ssize_t>(sizeof event)) {
+        const bool named = got == -1 && errno == EINVAL;
+        sorrel_tangleLog(3, "logtarget-container: unable to read inotify event - dropped event.");
+        if (named) {
+            dropNamedEvents(m_inotifyFd);
+        }
+        return;
+    }
+    if ((event.mask & IN_IGNORED) != 0) {
+        sorrel_tangleLog(7, "logtarget-container: got an inotify-event with IN_IGNORED set (mask=0x%x, watch-fd=%i)",
+                         event.mask, event.wd);
+        return;
+    }
+    sorrel_tangleLog(7, "logtarget-container: sorrel configfile changed, triggering re-read.");
+    onCfgUpdate();
+}
+
+// False when the worker is to end.
+bool CLogTargetContainer::onNotification() {
+    int notification = 0;
+    if (readRetrying(m_pipeFds[0], &notification, sizeof notification) != static_cast<ssize_t>(sizeof notification)) {
+        sorrel_tangleLog(3, "logtarget-container: worker unable to receive notification - terminating thread.");
+        return false;
+    }
+    if (notification == THREAD_NOTIFICATION_TERMINATE) {
+        sorrel_tangleLog(7, "logtarget-container: got exit message - ending thread.");
+        return false;
+    }
+    if (notification == THREAD_NOTIFICATION_APPNAME) {
+        onAppnameChanged();
+    }
+    return true;
+}
+
+void CLogTargetContainer::onAppnameChanged() {
+    if (m_watchFd == -1 || m_inotifyFd == -1) {
+        return;
+    }
+    const std::string file = getAppCfgFilename();
+    if (access(file.c_str(), F_OK) != 0) {
+        return;
+    }
+    sorrel_tangleLog(7, "logtarget-container: removing old watch-descriptor %i", m_watchFd);
+    if (inotify_rm_watch(m_inotifyFd, m_watchFd) != 0) {
+        sorrel_tangleLog(3, "logtarget-container: Unable remove old inotify watch - errno=%s", std::strerror(errno));
+        return;
+    }
+    m_watchFd = inotify_add_watch(m_inotifyFd, file.c_str(), kWatchMask);
+    // Deliberate: both messages name the application, not the file.
+    if (m_watchFd < 1) {
+        sorrel_tangleLog(
+            3, "logtarget-container: Unable to watch application-specific config-file \"%s\" for changes - errno=%s",
+            m_appname.c_str(), std::strerror(errno));
+        return;
+    }
+    sorrel_tangleLog(7, "logtarget-container: Watching application-specific config-file \"%s\" for changes",
+                     m_appname.c_str());
+}
+
+} // namespace sorrel
