@@ -25,15 +25,11 @@
 #ifndef SORREL_LOG_TARGET_HPP
 #define SORREL_LOG_TARGET_HPP
 
+#include <sorrel/component.hpp>
+#include <sorrel/level.h>
+
 #include <map>
 #include <string>
-
-#ifndef SORREL_API
-#define SORREL_API __attribute__((visibility("default"))) /* part of the exported interface */
-#endif
-
-struct sorrel_level;
-struct sorrel_component;
 
 namespace sorrel {
 

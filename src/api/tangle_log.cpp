@@ -74,7 +74,8 @@ void appendDefaultEntry() {
 
 // All priorities from 0 to the level. From 31 on every bit is set: one more could not be shifted.
 void letPassUpTo(int level) {
-    setlogmask(level < 31 ? (1 << (level + 1)) - 1 : -1);
+    const unsigned int priorities = level < 31 ? (2U << static_cast<unsigned int>(level)) - 1 : ~0U;
+    setlogmask(static_cast<int>(priorities));
 }
 
 // Reads files and writes to syslog in signal context, by design.

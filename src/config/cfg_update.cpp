@@ -34,7 +34,7 @@ void CLogTargetContainer::onCfgUpdate() {
     const std::lock_guard<CLogTargetContainer> guard(*this);
     const std::string file = chooseCfgFilename();
     sorrel_tangleLog(7, "logtarget-container: reading sorrel-config from file \"%s\"", file.c_str());
-    m_hasSyslogTarget = false;
+    __atomic_store_n(&m_hasSyslogTarget, false, __ATOMIC_RELAXED);
     if (cfread_parse_with_callback(file.c_str(), Callback_Cfread, this, 0) != 0) {
         // Deliberate: without the prefix of the other messages, and nothing is unloaded. The seen flags stay as the
         // part that could be read has left them.
@@ -69,7 +69,7 @@ void CLogTargetContainer::unloadUnseenTargets() {
         CPluggableLogModule& entry = it->second;
         if (entry.seen) {
             if (entry.target->isSyslogTarget()) {
-                m_hasSyslogTarget = true;
+                __atomic_store_n(&m_hasSyslogTarget, true, __ATOMIC_RELAXED);
             }
             entry.seen = false;
             ++it;

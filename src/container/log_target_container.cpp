@@ -139,7 +139,7 @@ void CLogTargetContainer::onComponentAdded(sorrel_component* component) {
 }
 
 bool CLogTargetContainer::hasSyslogTarget() const {
-    return m_hasSyslogTarget;
+    return __atomic_load_n(&m_hasSyslogTarget, __ATOMIC_RELAXED);
 }
 
 void CLogTargetContainer::setAppname(const std::string& name) {
