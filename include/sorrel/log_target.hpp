@@ -20,8 +20,8 @@
 // should not throw.
 //
 // Building. Compile with -fvisibility=hidden -fno-gnu-unique, keep everything but the three functions in an unnamed
-// namespace (libraries are opened with RTLD_GLOBAL and would otherwise share each other's code), link with
-// -Wl,-z,now and against libsorrel.
+// namespace, link with a version script that exports the three alone (libraries are opened with RTLD_GLOBAL and would
+// otherwise share each other's code), with -Wl,-z,now and against libsorrel.
 #ifndef SORREL_LOG_TARGET_HPP
 #define SORREL_LOG_TARGET_HPP
 

@@ -1,0 +1,57 @@
+// Threads that wait for something: a lock, say.
+#ifndef SORREL_TESTS_BLOCKED_THREAD_HPP
+#define SORREL_TESTS_BLOCKED_THREAD_HPP
+
+#include "wait_until.hpp"
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+
+// A thread that runs one function.
+class ObservedThread {
+public:
+    explicit ObservedThread(std::function<void()> function)
+        : m_thread([this, run = std::move(function)] {
+              m_id = static_cast<int>(syscall(SYS_gettid));
+              run();
+              m_finished = true;
+          }) {}
+    ObservedThread(const ObservedThread&) = delete;
+    ObservedThread& operator=(const ObservedThread&) = delete;
+    ~ObservedThread() {
+        if (m_thread.joinable()) {
+            m_thread.join();
+        }
+    }
+
+    bool isFinished() const { return m_finished; }
+
+    // Waits until the kernel has put the thread to sleep in its function. False when it finished instead, or never
+    // slept.
+    bool waitUntilBlocked() const {
+        waitUntil([this] { return m_finished || (m_id != 0 && isSleeping()); });
+        return !m_finished;
+    }
+
+    void join() { m_thread.join(); }
+
+private:
+    // Where a thread waits for a lock: in futex(2).
+    bool isSleeping() const {
+        std::ifstream file("/proc/self/task/" + std::to_string(m_id) + "/syscall");
+        long number = -1;
+        return static_cast<bool>(file >> number) && number == SYS_futex;
+    }
+
+    std::atomic<int> m_id{0};
+    std::atomic<bool> m_finished{false};
+    std::thread m_thread;
+};
+
+#endif // SORREL_TESTS_BLOCKED_THREAD_HPP
