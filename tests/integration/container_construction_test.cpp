@@ -114,6 +114,9 @@ TEST_F(ContainerConstruction, AnUnwatchedContainerWorks) {
 
 TEST_F(ContainerConstruction, TheWorkerBlocksEverySignal) {
     configure("");
+    sigset_t none;
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, nullptr); // whatever the test inherited
     const auto before = threadIds();
     OpenContainer container(directory(), true);
     const std::uint64_t blocked = blockedSignals(newThread(before));
@@ -148,6 +151,13 @@ TEST_F(ContainerConstruction, AThrowingTargetEndsItAndReleasesTheTargetsThatStan
     EXPECT_THAT(journal::ofKind("destroy"), SizeIs(1));
     EXPECT_EQ(journal::lines().back(), "recording done");
     EXPECT_TRUE(isLibraryOpen(pluginPath("throwing_init"))) << "the exception may refer to its code";
+}
+
+TEST_F(ContainerConstruction, ALoadedTargetThatThrowsIsReleasedButItsLibraryStaysOpen) {
+    configure(targetLine("throwing", "throw=isSyslog"));
+    EXPECT_THROW(OpenContainer(directory(), true), std::runtime_error);
+    EXPECT_EQ(journal::lines().back(), "throwing done");
+    EXPECT_TRUE(isLibraryOpen(pluginPath("throwing"))) << "the exception may refer to its code";
 }
 
 TEST_F(ContainerConstruction, AThrowingTargetIsToldNothingMoreAndTheNextContainerWorks) {

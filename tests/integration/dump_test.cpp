@@ -74,8 +74,14 @@ TEST_F(Dump, DataOfAMessageThatDoesNotPassIsNotRead) {
 }
 
 TEST_F(Dump, PercentSignsAreOnlyCharacters) {
-    sorrel_dump(m_net, SR_INFO, "%s%n", 4);
-    EXPECT_THAT(journal::texts(), ElementsAre("0x00000000 - 25 73 25 6e " + std::string(36, ' ') + "| %s%n"));
+    sorrel_dump(m_net, SR_INFO, "%%%%%%%%%%%%%%%%%%%%", 20);
+    std::string hex;
+    for (int i = 0; i < 16; ++i) {
+        hex += "25 ";
+    }
+    EXPECT_THAT(journal::texts(),
+                ElementsAre("0x00000000 - " + hex + "| " + std::string(16, '%'),
+                            "0x00000010 - 25 25 25 25 " + std::string(36, ' ') + "| " + std::string(4, '%')));
 }
 
 TEST_F(Dump, EachLineIsAMessageLikeAnyOther) {
