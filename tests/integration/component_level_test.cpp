@@ -61,7 +61,7 @@ TEST_F(ComponentLevel, ATwoIsAClearBit) {
     EXPECT_NE(sorrel::sorrel_get_component_by_name("net"), nullptr);
 }
 
-TEST_F(ComponentLevel, OfThirtyThreeDigitsTheLastThirtyTwoCount) {
+TEST_F(ComponentLevel, KeepsTheLastThirtyTwoOfThirtyThreeDigits) {
     EXPECT_EQ(maskAfter("component=net," + std::string(33, '1') + "\n"), 0xffffffffU);
     rewrite("component=net,1" + std::string(32, '0') + "\n");
     EXPECT_EQ(sorrel_get_component_level("net"), 0U);

@@ -90,7 +90,7 @@ TEST_F(ContainerConstruction, TheConfigurationIsReadBeforeAnythingIsWatched) {
     EXPECT_TRUE(isInotifyOpen());
 }
 
-TEST_F(ContainerConstruction, AMissingDefaultFileMeansNoWorkerAndAMessage) {
+TEST_F(ContainerConstruction, KeepsTheWordingOfTheMessageThatThereIsNoWorker) {
     const auto threads = threadIds();
     OpenContainer container(directory(), true);
     EXPECT_THAT(diagnostics().texts(),
@@ -102,6 +102,12 @@ TEST_F(ContainerConstruction, AMissingDefaultFileMeansNoWorkerAndAMessage) {
     EXPECT_EQ(diagnostics().records().back().priority, 3);
     EXPECT_EQ(container.worker, nullptr);
     EXPECT_EQ(threadIds(), threads);
+}
+
+TEST_F(ContainerConstruction, KeepsTheWordingOfTheMessageThatNothingWillBeWatched) {
+    const OpenContainer container(directory(), true);
+    EXPECT_TRUE(diagnostics().has(
+        "logtarget-container: unable to initialize event-handling - not worker thread will be spawned"));
 }
 
 TEST_F(ContainerConstruction, AnUnwatchedContainerWorks) {

@@ -48,11 +48,15 @@ TEST_F(FreeFunctions, TheNameOfAComponentIsACopyAndThatOfNullIsEmpty) {
     const sorrel_component* const net = sorrel_create_component("net", SR_ERR, "");
     EXPECT_EQ(sorrel::sorrel_get_name_by_component(net), "net");
     EXPECT_EQ(sorrel::sorrel_get_name_by_component(nullptr), "");
-    EXPECT_EQ(sorrel::sorrel_get_name_by_component(&CSorrel::ms_OOMFallbackComp), "OOM-Ohno!");
 }
 
-TEST_F(FreeFunctions, TheNameOfAComponentAndTheValuesOfALevelNeedNoLogger) {
-    EXPECT_EQ(sorrel::sorrel_get_name_by_component(nullptr), "");
+TEST_F(FreeFunctions, KeepsTheQuestionForTheNameOfAComponentFreeOfAnyLogger) {
+    EXPECT_EQ(sorrel::sorrel_get_name_by_component(&CSorrel::ms_OOMFallbackComp), "OOM-Ohno!");
+    EXPECT_THAT(journal::events(), IsEmpty());
+    EXPECT_TRUE(hasMoreThreads(0));
+}
+
+TEST_F(FreeFunctions, TheValuesOfALevelNeedNoLogger) {
     EXPECT_EQ(sorrel::sorrel_level_to_mask(SR_ERR), 0x8U);
     EXPECT_EQ(sorrel::sorrel_level_to_numeric(SR_ERR), 3);
     EXPECT_EQ(sorrel::sorrel_level_to_syslog_prio(SR_ALL), 7);

@@ -121,7 +121,7 @@ TEST_F(LiveReconfiguration, ThreadsLogWhileTheFileIsRewritten) {
     }
 }
 
-TEST_F(LiveReconfiguration, ComponentsAreCreatedWhileTheFileSetsLevels) {
+TEST_F(LiveReconfiguration, KeepsBothNestingsOfTheTwoLocksWithoutADeadlock) {
     const std::string lines = "component=net,1000000\ncomponent=audio,1000000\n";
     configure(lines);
     std::atomic<bool> enough{false};

@@ -60,7 +60,7 @@ constexpr char kComponentLines[] = "component=net,11111111\ncomponent=audio,1\nc
 
 } // namespace
 
-TEST_F(LockOrder, ACreationThatStartsDuringAReReadLetsItSetItsLevels) {
+TEST_F(LockOrder, KeepsBothNestingsWhenACreationMeetsAReRead) {
     configure(target("recording"));
     CSorrel::getInstance();
     const ScopedHook hook("create", [this](const PluginEvent&) { startBlockedCreation(); });
@@ -103,7 +103,7 @@ TEST_F(LockOrder, AThreadThatHoldsTheComponentsMayLogWhileAnotherOneUpdates) {
     CSorrel::getInstance()->unlockComponents();
 }
 
-TEST_F(LockOrder, TargetsAreToldOfAComponentWithTheComponentsLocked) {
+TEST_F(LockOrder, KeepsTheComponentsLockedWhileTargetsAreTold) {
     configure(target("recording"));
     CSorrel::getInstance();
     std::unique_ptr<ObservedThread> setter;

@@ -64,6 +64,35 @@ TEST_F(OutOfMemory, AfterAFailureTheComponentCanBeCreated) {
     EXPECT_THAT(componentNames(), ElementsAre("net", "new"));
 }
 
+TEST_F(OutOfMemory, AMessageWhoseTextsCannotBeHadIsThrownAndReachesNoTarget) {
+    sorrel_component* const net = sorrel_create_component("net", SR_ALL, "");
+    const std::string longText(100, 'x');
+    sorrel_enter_function(nullptr, longText.c_str());
+    const auto logWithout = [&](long allocation) {
+        const FailingAllocation failing(allocation);
+        _sorrel(net, SR_INFO, "%s", longText.c_str());
+    };
+    EXPECT_THROW(logWithout(0), std::bad_alloc) << "the name of the function";
+    EXPECT_THROW(logWithout(1), std::bad_alloc) << "the message";
+    EXPECT_THAT(journal::texts(), IsEmpty());
+    _sorrel(net, SR_INFO, "%s", longText.c_str());
+    EXPECT_THAT(journal::texts(), ElementsAre(longText));
+}
+
+TEST_F(OutOfMemory, AFunctionWhoseNameCannotBeCopiedIsNotEntered) {
+    sorrel_component* const net = sorrel_create_component("net", SR_ALL, "");
+    const std::string longName(100, 'f');
+    const CSorrel::thread_data_t& record = CSorrel::thread_data;
+    const auto enterWithout = [&](long allocation) {
+        const FailingAllocation failing(allocation);
+        sorrel_enter_function(net, longName.c_str());
+    };
+    EXPECT_THROW(enterWithout(0), std::bad_alloc);
+    EXPECT_THAT(record.functionStack, IsEmpty());
+    EXPECT_EQ(record.depth, 0);
+    EXPECT_THAT(journal::texts(), IsEmpty());
+}
+
 // Each allocation of building a logger fails once, those of its target included.
 TEST_F(OutOfMemory, ALoggerThatCannotBeBuiltLeavesNeitherDescriptorsNorThreadsNorTargets) {
     const auto descriptors = openDescriptors();

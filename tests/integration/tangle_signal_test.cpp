@@ -49,7 +49,7 @@ using TangleSignalAction = TangleFixture;
 
 } // namespace
 
-TEST_F(TangleSignal, TheLevelIsReadAgain) {
+TEST_F(TangleSignal, KeepsReadingTheLevelInsideTheHandler) {
     EXPECT_EQ(maskAfterSignal("myprog 3\n"), 0x0f);
     EXPECT_THAT(arrivingPriorities(), ElementsAre(0, 1, 2, 3));
 }

@@ -81,7 +81,7 @@ TEST_F(TargetEntry, SpacesInsideAValueStay) {
     EXPECT_THAT(parametersOf("PATH, file = /var/log/my log"), ElementsAre(Pair("file", "/var/log/my log")));
 }
 
-TEST_F(TargetEntry, TheFirstOfParametersThatRepeatCounts) {
+TEST_F(TargetEntry, KeepsTheFirstOfParametersThatRepeat) {
     EXPECT_THAT(parametersOf("PATH,level=3,level=5"), ElementsAre(Pair("level", "3")));
 }
 
@@ -99,7 +99,7 @@ TEST_F(TargetEntry, ABlankNameOrValueIsEmpty) {
     EXPECT_THAT(parametersOf("PATH,a= ,\t=b"), ElementsAre(Pair("", "b"), Pair("a", "")));
 }
 
-TEST_F(TargetEntry, TheApplicationNameOfTheLineWins) {
+TEST_F(TargetEntry, KeepsTheApplicationNameOfTheLine) {
     container().appname = "player";
     EXPECT_THAT(parametersOf("PATH,application-name=other"), ElementsAre(Pair("application-name", "other")));
 }
@@ -200,7 +200,7 @@ TEST_F(TargetEntry, ARejectedLibraryIsTriedAgainAtEachReRead) {
 }
 
 // What the loader makes of the empty path is its own affair: it may open the program itself.
-TEST_F(TargetEntry, AnEmptyPathIsHandedToTheLoaderLikeAnyOther) {
+TEST_F(TargetEntry, KeepsHandingAnEmptyPathToTheLoader) {
     reread("target=,\n" + targetLine("recording"));
     EXPECT_TRUE(diagnostics().has("callback \"target\"=\",\""));
     EXPECT_TRUE(diagnostics().has("opened shared library \"\"") ||

@@ -161,7 +161,7 @@ TEST_F(WatcherAppname, TheWatchNeverMovesBackToTheDefaultFile) {
     EXPECT_TRUE(sink().waitFor("net", "1")) << "the default file is read when the last application's file changes";
 }
 
-TEST_F(WatcherAppname, ADeadWatchCannotBeMoved) {
+TEST_F(WatcherAppname, KeepsADeadWatchWhereItIs) {
     configureApp("player", "");
     configureApp("tuner", "");
     OpenContainer& container = watching();

@@ -104,6 +104,14 @@ TEST_F(WatcherLoop, ANotificationIsFourBytesInTheOrderOfTheMachine) {
     EXPECT_EQ(values[1], 0);
 }
 
+TEST_F(WatcherLoop, KeepsTheSpellingOfTheNotificationAboutTheName) {
+    openDescriptors();
+    EXPECT_EQ(container()->threadNotfiyAppname(), 0);
+    int value = -1;
+    EXPECT_EQ(read(container().pipeFds[0], &value, sizeof value), 4);
+    EXPECT_EQ(value, sorrel::CLogTargetContainer::THREAD_NOTIFICATION_APPNAME);
+}
+
 TEST_F(WatcherLoop, AnAppnameNotificationWithoutAFileOfTheApplicationDoesNothing) {
     openDescriptors();
     container().appname = "player";

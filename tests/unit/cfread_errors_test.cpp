@@ -66,7 +66,7 @@ TEST_F(CfreadErrors, AKeyMayBeTooLongWithoutAnEqualsSign) {
     expectRejected(std::string(256, 'k') + "\n", keyTooLong(1));
 }
 
-TEST_F(CfreadErrors, Behind255CharactersOfAKeyEvenADroppedByteIsTooMuch) {
+TEST_F(CfreadErrors, KeepsRefusingEvenADroppedByteBehind255CharactersOfAKey) {
     expectRejected(std::string(255, 'k') + " =v\n", keyTooLong(1));
     expectRejected(std::string(255, 'k') + "\x80=v\n", keyTooLong(1));
 }

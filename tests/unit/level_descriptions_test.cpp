@@ -58,7 +58,7 @@ TEST(LevelDescriptions, AnEntryOfThreePiecesOrMoreIsSkipped) {
     EXPECT_THAT(parsed("8=ERR=x,16=WARN"), ElementsAre(Pair(16, "WARN")));
 }
 
-TEST(LevelDescriptions, BlanksOfANameAreKept) {
+TEST(LevelDescriptions, KeepsTheBlanksOfAName) {
     EXPECT_THAT(parsed(" 8 = ERR"), ElementsAre(Pair(8, " ERR")));
     EXPECT_THAT(parsed("8=NOT SO BAD\t "), ElementsAre(Pair(8, "NOT SO BAD\t ")));
     EXPECT_THAT(parsed("8= "), ElementsAre(Pair(8, " ")));
