@@ -5,9 +5,12 @@
  * one included, must end with a line feed or carriage return; what follows a carriage return is ignored. Spaces are
  * dropped from the key wherever they stand (tabs are kept) and from the start of the value; spaces inside and behind
  * the value are kept, and so is every '=' after the first. Bytes from 0x80 to 0xff are dropped. A line holds at most
- * 1023 bytes, a key and a value at most 255 each.
+ * 1023 bytes, its end included, a key and a value at most 255 each. (A comment needs no end; of one that is longer, the
+ * rest counts as the next line.)
  *
- * Errors go to syslog at LOG_ERR with the name of the file and the number of the line, and end the parse.
+ * Regular files are read, and /dev/null; everything else that might block is refused like a file that cannot be opened.
+ * Errors go to syslog at LOG_ERR with the name of the file and the number of the line, and end the parse. A table that
+ * cannot have one more slot ends the process, with a message at LOG_EMERG and status 1.
  *
  * The functions keep no state of their own, so different threads may read at the same time; one handle belongs to one
  * thread at a time. C++ exceptions of a callback pass through cfread_parse_with_callback, which closes its file.
@@ -67,7 +70,7 @@ SORREL_API cfread_entry* cfread_find_entry(const cfread_handle* handle, const ch
 
 /* Stores a copy of key and value in the lowest free slot, after removing the entry that the key has already. A null
  * value is stored as the empty string. Returns the new entry, or null when the handle is null, the key is null or empty
- * or memory is out. `key` and `value` may be those of the entry that is replaced.
+ * or memory is out; the previous entry is gone then. `key` and `value` may be those of the entry that is replaced.
  */
 SORREL_API cfread_entry* cfread_set_entry(cfread_handle* handle, const char* key, const char* value);
 

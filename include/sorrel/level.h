@@ -69,6 +69,7 @@ SORREL_API int sorrel_level_to_prio(sorrel_level* level);
 
 namespace sorrel {
 
+using ::sorrel_bitwise_or_collection;
 using ::sorrel_level_create;
 
 /* Creates a level with exactly these two values. Threads, lifetime and errors: as the one-argument form. */
@@ -85,7 +86,8 @@ SORREL_API int sorrel_level_to_syslog_prio(sorrel_level* level);
 
 /* The same as the C function, for a list in braces: sorrel_bitwise_or_collection({SR_ERR, SR_WARN}). */
 inline sorrel_level* sorrel_bitwise_or_collection(std::initializer_list<sorrel_level*> levels) {
-    const sorrel_level_collection collection = {levels.begin(), static_cast<unsigned int>(levels.size())};
+    const sorrel_level_collection collection = {levels.begin(),
+                                                static_cast<unsigned int>(levels.end() - levels.begin())};
     return ::sorrel_bitwise_or_collection(&collection);
 }
 

@@ -14,14 +14,16 @@
 // its own against the library: calls come from any thread, but one at a time. The exception is the end of the process,
 // where targets are released without the mutex. A target may log from inside any of its operations: such messages are
 // complete messages of their own, and they reach the target itself too, so it must end the recursion. It must not wait
-// for another thread that logs, and should not set the application name from inside its operations.
+// for another thread that logs. It may name the application: the re-read follows when its operation has returned. A
+// target whose operation calls exit() is left as it is.
 //
-// Exceptions. What a target throws reaches the caller that logged; later targets then do not get that message. A target
-// should not throw.
+// Exceptions. What a target throws reaches the caller that logged; later targets then do not get that message. On the
+// thread that watches the configuration it is swallowed. A library whose init function, factory or getName threw stays
+// loaded for good. A target should not throw.
 //
-// Building. Compile with -fvisibility=hidden -fno-gnu-unique, keep everything but the three functions in an unnamed
-// namespace, link with a version script that exports the three alone (libraries are opened with RTLD_GLOBAL and would
-// otherwise share each other's code), with -Wl,-z,now and against libsorrel.
+// Building. Compile with -fvisibility=hidden and, with g++, -fno-gnu-unique, make the classes final, keep everything
+// but the three functions in an unnamed namespace, link with a version script that exports the three alone (libraries
+// are opened with RTLD_GLOBAL and would otherwise share each other's code), with -Wl,-z,now and against libsorrel.
 #ifndef SORREL_LOG_TARGET_HPP
 #define SORREL_LOG_TARGET_HPP
 

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <map>
-#include <memory>
 #include <pthread.h>
 #include <string>
 #include <system_error>
@@ -19,17 +18,24 @@
 
 namespace sorrel {
 
+struct ForkAccess;
+class CLogTargetContainer;
+SORREL_LOCAL void endAtExit(CLogTargetContainer& container, const int& loggersDepth);
+
 // A recursive POSIX mutex and nothing else: its size and place are those of the pthread_mutex_t.
 class SORREL_LOCAL CRecursiveMutex {
 public:
-    // A failure to initialise is not reported, on purpose; the mutex then keeps its static initial value and works.
+    // A failure to initialise is not reported, on purpose; the mutex then gets its static initial value and works.
     CRecursiveMutex() {
         pthread_mutexattr_t attribute;
         if (pthread_mutexattr_init(&attribute) == 0 &&
             pthread_mutexattr_settype(&attribute, PTHREAD_MUTEX_RECURSIVE) == 0 &&
             pthread_mutex_init(&m_mutex, &attribute) == 0) {
             pthread_mutexattr_destroy(&attribute);
+            return;
         }
+        const pthread_mutex_t recursive = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+        m_mutex = recursive;
     }
     CRecursiveMutex(const CRecursiveMutex&) = delete;
     CRecursiveMutex& operator=(const CRecursiveMutex&) = delete;
@@ -51,6 +57,8 @@ public:
     // Its result is ignored.
     void unlock() { pthread_mutex_unlock(&m_mutex); }
 
+    pthread_mutex_t* native_handle() { return &m_mutex; }
+
 private:
     static void check(int rc) {
         if (rc != 0) {
@@ -58,7 +66,7 @@ private:
         }
     }
 
-    pthread_mutex_t m_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+    pthread_mutex_t m_mutex;
 };
 
 // An active container reads its configuration when it is built, and again when the watched file is rewritten or the
@@ -69,7 +77,10 @@ private:
 // constructor and the worker thread may call lock() before the derived part stands and after it is gone.
 //
 // Exceptions. lock() throws std::system_error; whatever a target throws passes through the operation that called it,
-// with the mutex released. What the container reports goes to sorrel_tangleLog.
+// with the mutex released; the worker swallows it. What the container reports goes to sorrel_tangleLog.
+//
+// Nesting. A re-read that is asked for from inside an operation of a target is done when the outermost operation is
+// over, and setAppname returns at once then, with the name stored; several requests become one.
 class SORREL_API CLogTargetContainer {
 public:
     // What the worker is told, as a 4-byte integer through the pipe. Other values are ignored.
@@ -87,7 +98,8 @@ public:
     CLogTargetContainer& operator=(const CLogTargetContainer&) = delete;
 
     // Ends and joins the worker, closes the descriptors, then releases the targets, without taking the mutex. When the
-    // worker cannot be told, the process ends through std::terminate. Nobody may be using the container any more.
+    // worker cannot be told, the process ends through std::terminate. Nobody may be using the container any more. In a
+    // forked child the worker and the watch are the parent's, and are left alone.
     virtual ~CLogTargetContainer();
 
     // Tells every target that a component was created or changed, in the order of their library paths.
@@ -172,18 +184,58 @@ protected:
     int m_pipeFds[2]; // read end, write end
 
 private:
+    class Scope; // an operation that holds the mutex; src/container/container_scope.hpp
+    friend struct ForkAccess;
+    friend void endAtExit(CLogTargetContainer& container, const int& loggersDepth);
+
+    static constexpr int kMaxNesting = 16;
+
+    // Which file a descriptor stood for when it was opened; the inode is 0 before.
+    struct DescriptorIdentity {
+        unsigned long long device;
+        unsigned long long inode;
+        char link[32]; // its text in /proc/self/fd, which tells apart what has no inode of its own
+    };
+    enum DescriptorIndex { EPOLL_FD, INOTIFY_FD, PIPE_READ_END, PIPE_WRITE_END };
+
     SORREL_LOCAL void startUp();
+    SORREL_LOCAL void watch();
     SORREL_LOCAL void startWorker();
     SORREL_LOCAL std::thread spawnWatcher();
-    SORREL_LOCAL void stopWorker();
+    SORREL_LOCAL void stopWorker(bool join);
+    SORREL_LOCAL void keepDescriptor(int fd, DescriptorIndex index);
+    SORREL_LOCAL bool isOwnDescriptor(int fd, DescriptorIndex index) const;
+    SORREL_LOCAL void closeOwn(int& fd, DescriptorIndex index);
+    SORREL_LOCAL void rereadSwallowing();
     SORREL_LOCAL void closeDescriptors();
+    SORREL_LOCAL void forgetParent();
+    SORREL_LOCAL bool giveBackMutex(const int& loggersDepth);
+    SORREL_LOCAL bool waitForOthers() const;
+    SORREL_LOCAL bool isBusy(const CPluggableLogModule& entry) const;
     SORREL_LOCAL void releaseTarget(CPluggableLogModule& entry);
     SORREL_LOCAL void releaseTargets();
+    SORREL_LOCAL void storeAppname(const std::string& name);
+    SORREL_LOCAL std::string currentAppname() const;
     SORREL_LOCAL std::string chooseCfgFilename() const;
-    SORREL_LOCAL void unloadUnseenTargets();
-    SORREL_LOCAL void loadTarget(std::unique_ptr<CDynamicModule>& module, CLogTargetParameters& parameters);
+    SORREL_LOCAL void reread(Scope& scope);
+    template <typename Operation>
+    SORREL_LOCAL void perform(Operation operation);
+    SORREL_LOCAL bool doWhatWaits(Scope& scope);
+    SORREL_LOCAL void watchAgain();
+    SORREL_LOCAL void unloadUnseenTargets(Scope& scope);
     SORREL_LOCAL void onInotifyEvent();
     SORREL_LOCAL bool onNotification();
+
+    // Guarded by the mutex, but the destructor looks at the first three without it.
+    int m_depth;                                    // operations that have not returned, all of one thread
+    pthread_t m_holder;                             // that thread
+    const CPluggableLogModule* m_busy[kMaxNesting]; // the target that each of them is in, or null
+    bool m_rereadWanted;                            // asked for while an operation was on
+    bool m_renamed;                                 // the targets and the worker are still to be told the name
+    bool m_watchAgain;                              // a forked child: set up the watch that the parent had
+    bool m_rereadFirst;                             // the worker begins with a re-read
+    int m_processId;                                // whose worker and descriptors these are
+    DescriptorIdentity m_identities[4];             // of epoll, inotify, and the pipe's two ends
 };
 
 } // namespace sorrel

@@ -16,13 +16,23 @@
 #include <utility>
 #include <vector>
 
+namespace sorrel {
+struct ForkAccess;
+}
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor" // no virtual destructor: it would take a slot
 
-// Locks. A recursive components lock guards the registry and every change to a component's mask and descriptions. An
-// operation that tells the container of a component holds the container's mutex too, which is taken first; no thread
-// waits for the components lock while it holds the container's mutex for such an operation alone. Do not hold
-// lockComponents() while logging or creating components.
+// Locks. A recursive components lock guards the registry and every change to a component's mask and descriptions.
+// Operations that tell the container of a component take the container's mutex first, then the components lock; when
+// that is busy they let go of the mutex before they wait. Inside a re-read or a fan-out the mutex stays held: so do not
+// hold lockComponents() while logging or creating components.
+//
+// fork(2). A child has working loggers, whatever other threads did at the moment of the fork. It has no thread; the
+// first call that needs the container sets up a watch of its own. vfork(2) and raw clone(2) are not looked after.
+//
+// Exit. A logger is destroyed by an exit handler. Afterwards, and in threads that still run, its operations do nothing:
+// look-ups find nothing, creation gives ms_OOMFallbackComp.
 class SORREL_API CSorrel : public sorrel::IComponentCfgUpdateSink {
 public:
     // What the logger knows of one thread; made when the thread first logs, is named or is traced, and destroyed when
@@ -59,7 +69,7 @@ public:
     // Sets the mask of a component, creating it where it does not exist, and tells the targets. Returns 0.
     int updateComponentLevel(const std::string& name, const std::string& level) override;
 
-    // As the functions of the same names in <sorrel/sorrel.h>.
+    // As the functions of the same names in <sorrel/sorrel.h>. getComponentByName takes no lock.
     void setComponentLevel(const std::string& name, unsigned int mask);
     sorrel_component* getComponentByName(const std::string& name);
     void getComponentNames(std::vector<std::string>& out);
@@ -69,12 +79,12 @@ public:
     void lockComponents();
     void unlockComponents();
 
-    // As sorrel_set_applicationname and, without telling the container, its _nosorrel form. Not synchronised.
+    // As sorrel_set_applicationname and, without telling the container, its _nosorrel form.
     void setApplicationname(const std::string& name);
     void setApplicationname_Nosorrel(const std::string& name);
 
-    // "[no-appname-set]" until a name is set. The reference lives as long as the logger, its characters until the name
-    // is set again.
+    // "[no-appname-set]" until a name is set. The string lasts as long as the process and never changes: a new name is
+    // another string.
     const std::string& getAppname() const;
 
     // Formats a message and hands it to the container, if the level passes; null arguments and levels that do not pass
@@ -104,16 +114,31 @@ public:
     static int level_to_prio(sorrel_level* level);
 
 private:
-    class RegistryLocks;
+    class ComponentsScope;
+    class RegistryScope;
+    friend class LoggerSlot;
+    friend struct sorrel::ForkAccess;
 
-    SORREL_LOCAL CSorrel(bool configured, std::string&& firstAppname);
-    SORREL_LOCAL void lockContainerAndComponents();
+    SORREL_LOCAL CSorrel(bool configured, const std::string& lastingName, std::string&& ownName);
+    SORREL_LOCAL const char* directoryAfterSetUp();
     SORREL_LOCAL void storeAppname(const std::string& name);
+    SORREL_LOCAL bool enterComponents();
+    SORREL_LOCAL bool noteComponentsHeld();
+    SORREL_LOCAL void leaveComponents();
+    SORREL_LOCAL bool enterContainer();
+    SORREL_LOCAL void leaveContainer();
+    SORREL_LOCAL bool enterRegistry();
+    SORREL_LOCAL void drainRegistry();
+    SORREL_LOCAL void registerComponent(sorrel_component& component);
 
     std::map<std::string, sorrel_component*> m_components;
     sorrel::CRecursiveMutex m_componentsLock;
     std::string m_appname;
     sorrel::CLogTargetContainer m_container;
+    unsigned int m_number;        // of this logger in the index of components
+    const std::string* m_namedAs; // the lasting copy of the application name; read and written atomically
+    int m_componentsDepth;        // how often the components lock is held; guarded by it
+    int m_registryDepth;          // how often this logger itself holds the container's mutex; guarded by that
 };
 
 #pragma GCC diagnostic pop

@@ -12,12 +12,15 @@
  * configuration and starts no thread.
  *
  * The logging functions report nothing: with a null component, a null level, or a level that the component's mask does
- * not enable they do nothing. None of them may be called from a signal handler. `_sorrel` leaves errno as it was, and
- * %m in its format gives the caller's errno.
+ * not enable, no target gets a message. (Naming and tracing take place all the same.) None of them may be called from a
+ * signal handler. They all leave errno as it was, and %m in a format gives the caller's errno.
  *
  * Exceptions cross these functions: std::bad_alloc when memory is out, std::system_error when a mutex cannot be locked,
- * whatever a log target throws, and std::logic_error for a null string where "not null" is written below. Build C
- * callers with -fexceptions where that matters.
+ * and whatever a log target throws. Where a string is said to be "not null", a null pointer gives std::logic_error and
+ * changes nothing. A null format or thread name is a mistake that is not looked for. Build C callers with -fexceptions
+ * where that matters.
+ *
+ * Once the process exits and the logger is destroyed, every function may still be called, and does nothing.
  */
 #ifndef SORREL_SORREL_H
 #define SORREL_SORREL_H
@@ -44,12 +47,13 @@ SORREL_API void _sorrel(sorrel_component* component, sorrel_level* level, const 
     __attribute__((format(printf, 3, 4)));
 
 /* Logs for programs that were written for syslog: as `_sorrel`, and also to syslog while no loaded target writes there
- * and the environment variable SORREL_VERBOSE_STARTUP is "1".
+ * and the environment variable SORREL_VERBOSE_STARTUP is "1". The text for syslog is filtered by neither level nor
+ * mask.
  *
  * The text is formatted even when the level does not pass, in one buffer for the whole process: calls that run at the
- * same time may mix their texts. The formatted text then serves as the format of a second formatting without arguments,
- * so a doubled percent sign needs to be written four times, and text from outside must never be passed through this
- * function: use `_sorrel` with "%s".
+ * same time may mix their texts. The formatted text then serves as the format of a second formatting without arguments:
+ * a percent sign for the targets is written %%%%, and directives in the text are rendered with 0 or an empty string. Do
+ * not pass text from outside through this function: use `_sorrel` with "%s".
  */
 SORREL_API void sor_syslog(sorrel_component* component, sorrel_level* level, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
@@ -59,12 +63,12 @@ SORREL_API void sor_syslog(sorrel_component* component, sorrel_level* level, con
  */
 SORREL_API void sorrel_dump(sorrel_component* component, sorrel_level* level, const void* data, unsigned int length);
 
-/* Names the calling thread (the name is copied; it must not be null) and logs "----- Thread %s started." at
+/* Names the calling thread (the name is copied) and logs "----- Thread %s started." at
  * SR_ENTERLEAVE; with a null component it only names. Call it again to rename.
  *
  * The first call in a process also applies the program's syslog level from /etc/tanglelog.cfg (an entry is appended
  * where there is none), which re-opens syslog under the program's base name and takes over SIGUSR1; see
- * <sorrel/tangle_log.h>.
+ * <sorrel/tangle_log.h>. Two first calls at the same time may both do it.
  */
 SORREL_API void sorrel_init(sorrel_component* component, const char* threadName);
 
@@ -86,7 +90,7 @@ SORREL_API void sorrel_enter_function(sorrel_component* component, const char* f
 SORREL_API void sorrel_leave_function(sorrel_component* component);
 
 /* Creates the component `name` and returns it, never null. Its mask is that of `level`, or 0 when `level` is null.
- * `descriptions` gives its mask bits printable names: "8=ERR,16=WARN". Neither string may be null; both are copied.
+ * `descriptions` gives its mask bits printable names: "8=ERR,16=WARN". Both strings are copied; not null.
  *
  * When the name exists already (an earlier call, or a `component` line of the configuration file):
  *  - with a non-empty `descriptions` the existing component is returned, the names are appended to its own, and its
@@ -99,10 +103,13 @@ SORREL_API void sorrel_leave_function(sorrel_component* component);
 SORREL_API sorrel_component* sorrel_create_component(const char* name, sorrel_level* level, const char* descriptions);
 
 /* Names the application (not null): re-opens syslog under this name, re-reads the configuration, now from the file
- * sorrel-NAME.cfg when it exists, and tells every target. The name is part of a file name that decides which code is
- * loaded: never take it from untrusted input.
+ * sorrel-NAME.cfg when it exists, and tells every target. The watch moves to that file if it exists at this moment, and
+ * never moves back. The name that is set already only re-opens syslog. The name is part of a file name that decides
+ * which code is loaded: never take it from untrusted input.
  *
- * Returns the library's own copy, the string that was handed to openlog(3); it is valid until the name is set again.
+ * From inside a target it returns at once; the re-read follows when the operation of the target has returned.
+ *
+ * Returns the library's own copy, the string that was handed to openlog(3); it lasts as long as the process.
  */
 SORREL_API const char* sorrel_set_applicationname(const char* name);
 
@@ -114,9 +121,7 @@ SORREL_API const char* sorrel_set_applicationname_nosorrel(const char* name);
 
 namespace sorrel {
 
-/* The component of that name, or null. Takes no lock: do not call it while another thread may be creating components,
- * and prefer to keep the pointer that creation returned.
- */
+/* The component of that name, or null. Takes no lock and never waits. */
 SORREL_API sorrel_component* sorrel_get_component_by_name(const std::string& name);
 
 /* A copy of the component's name, or an empty string for null. */

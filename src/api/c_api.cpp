@@ -2,6 +2,7 @@
 #include <sorrel/logger.hpp>
 #include <sorrel/sorrel.h>
 
+#include "core/interned_name.hpp"
 #include "core/message_path.hpp"
 
 #include <cstdarg>
@@ -70,15 +71,15 @@ sorrel_component* sorrel_create_component(const char* name, sorrel_level* level,
 }
 
 const char* sorrel_set_applicationname(const char* name) {
-    CSorrel* const logger = CSorrel::getInstance();
-    logger->setApplicationname(name);
-    return logger->getAppname().c_str();
+    const std::string& lasting = sorrel::internedName(name);
+    CSorrel::getInstance()->setApplicationname(lasting);
+    return lasting.c_str();
 }
 
 const char* sorrel_set_applicationname_nosorrel(const char* name) {
-    CSorrel* const logger = CSorrel::getInstance_NoSorrel();
-    logger->setApplicationname_Nosorrel(name);
-    return logger->getAppname().c_str();
+    const std::string& lasting = sorrel::internedName(name);
+    CSorrel::getInstance_NoSorrel()->setApplicationname_Nosorrel(lasting);
+    return lasting.c_str();
 }
 
 int sorrel_level_to_prio(sorrel_level* level) {

@@ -3,6 +3,7 @@
 #include <sorrel/tangle_log.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
@@ -21,12 +22,20 @@ constexpr char kSyslogdPidFile[] = "/var/run/syslogd.pid";
 constexpr int kAllPriorities = 0xff;
 constexpr int kDefaultLevel = LOG_DEBUG;
 
+enum class Verbosity { kUnknown, kSilent, kVerbose };
+
+// Looked up once. Not a guarded static: a signal handler and a forked child may be the first to ask.
 bool tangleVerbose() {
-    static const bool verbose = [] {
+    static std::atomic<Verbosity> known{Verbosity::kUnknown};
+    Verbosity verbosity = known.load(std::memory_order_relaxed);
+    if (verbosity == Verbosity::kUnknown) {
         const char* const value = getenv(kVerboseSwitch);
-        return value != nullptr && std::strcmp(value, "1") == 0;
-    }();
-    return verbose;
+        const bool verbose = value != nullptr && std::strcmp(value, "1") == 0;
+        Verbosity unknown = Verbosity::kUnknown;
+        known.compare_exchange_strong(unknown, verbose ? Verbosity::kVerbose : Verbosity::kSilent);
+        verbosity = known.load(std::memory_order_relaxed);
+    }
+    return verbosity == Verbosity::kVerbose;
 }
 
 // Points into the C library's own copy, so that openlog may keep it.
@@ -34,22 +43,22 @@ const char* programName() {
     return basename(program_invocation_short_name);
 }
 
+// The second word of a line, as a level; -1 when there is none or it is negative.
+int levelOf(char* line) {
+    char* rest = nullptr;
+    strtok_r(line, " ", &rest);
+    const char* const word = strtok_r(nullptr, " ", &rest);
+    return word != nullptr ? static_cast<int>(std::clamp<long>(std::strtol(word, nullptr, 10), -1, INT_MAX)) : -1;
+}
+
 // The level of the first line that contains the program's name. Deliberate: anywhere in the line, so that the line of a
 // longer name serves as well.
 int readLevel(std::FILE* file) {
     char line[80];
     while (std::fgets(line, sizeof line, file) != nullptr) {
-        char* const match = std::strstr(line, programName());
-        if (match == nullptr) {
-            continue;
+        if (char* const match = std::strstr(line, programName())) {
+            return levelOf(match);
         }
-        char* rest = nullptr;
-        const char* level = nullptr;
-        if (strtok_r(match, " ", &rest) != nullptr) {
-            level = strtok_r(nullptr, " ", &rest);
-        }
-        return level == nullptr ? -1
-                                : static_cast<int>(std::clamp(std::strtol(level, nullptr, 10), -1L, long{INT_MAX}));
     }
     return -1;
 }
@@ -118,7 +127,6 @@ void sorrel::sorrel_tangleLogInit() {
     } else {
         letPassUpTo(level);
     }
-    tangleVerbose(); // computed before the handler may need it
     if (level != 0 && access(kSyslogdPidFile, R_OK) == 0) {
         sorrel_tangleLog(level, "[Log level for %s set to %d]", programName(), level);
     }

@@ -4,10 +4,14 @@
 #include <sorrel/log_target_container.hpp>
 #include <sorrel/tangle_log.h>
 
+#include "container/container_scope.hpp"
+#include "core/leaf_lock.hpp"
 #include "core/text_split.hpp"
 
 #include <mutex>
+#include <syslog.h>
 #include <unistd.h>
+#include <utility>
 
 namespace sorrel {
 
@@ -16,12 +20,22 @@ std::string CLogTargetContainer::getDefaultCfgFilename() const {
 }
 
 std::string CLogTargetContainer::getAppCfgFilename() const {
-    return m_configPath + "/sorrel-" + m_appname + ".cfg";
+    return m_configPath + "/sorrel-" + currentAppname() + ".cfg";
+}
+
+void CLogTargetContainer::storeAppname(const std::string& name) {
+    const std::lock_guard<std::mutex> guard(leafLock);
+    m_appname = name;
+}
+
+std::string CLogTargetContainer::currentAppname() const {
+    const std::lock_guard<std::mutex> guard(leafLock);
+    return m_appname;
 }
 
 // One file is read, never both: that of the application replaces the default one.
 std::string CLogTargetContainer::chooseCfgFilename() const {
-    if (!m_appname.empty()) {
+    if (!currentAppname().empty()) {
         std::string file = getAppCfgFilename();
         if (access(file.c_str(), F_OK) == 0) {
             return file;
@@ -30,18 +44,17 @@ std::string CLogTargetContainer::chooseCfgFilename() const {
     return getDefaultCfgFilename();
 }
 
-void CLogTargetContainer::onCfgUpdate() {
-    const std::lock_guard<CLogTargetContainer> guard(*this);
+void CLogTargetContainer::reread(Scope& scope) {
     const std::string file = chooseCfgFilename();
-    sorrel_tangleLog(7, "logtarget-container: reading sorrel-config from file \"%s\"", file.c_str());
+    sorrel_tangleLog(LOG_DEBUG, "logtarget-container: reading sorrel-config from file \"%s\"", file.c_str());
     __atomic_store_n(&m_hasSyslogTarget, false, __ATOMIC_RELAXED);
     if (cfread_parse_with_callback(file.c_str(), Callback_Cfread, this, 0) != 0) {
         // Deliberate: without the prefix of the other messages, and nothing is unloaded. The seen flags stay as the
         // part that could be read has left them.
-        sorrel_tangleLog(3, "unable to read sorrel-config \"%s\" - giving up.", file.c_str());
+        sorrel_tangleLog(LOG_ERR, "unable to read sorrel-config \"%s\" - giving up.", file.c_str());
         return;
     }
-    unloadUnseenTargets();
+    unloadUnseenTargets(scope);
 }
 
 int CLogTargetContainer::Callback_Cfread(const char* key, const char* value, void* ctx) {
@@ -52,7 +65,7 @@ int CLogTargetContainer::Callback_Cfread(const char* key, const char* value, voi
 }
 
 int CLogTargetContainer::OnCallbackCfRead(const std::string& key, const std::string& value) {
-    sorrel_tangleLog(7, "callback \"%s\"=\"%s\"", key.c_str(), value.c_str());
+    sorrel_tangleLog(LOG_DEBUG, "callback \"%s\"=\"%s\"", key.c_str(), value.c_str());
     const std::string token = trimmed(key);
     if (token == "target") {
         return onCfgParamTarget(token, trimmed(value));
@@ -60,26 +73,27 @@ int CLogTargetContainer::OnCallbackCfRead(const std::string& key, const std::str
     if (token == "component") {
         return onCfgParamComponent(token, trimmed(value));
     }
-    sorrel_tangleLog(7, "ignoring unknown config token \"%s\"", token.c_str());
+    sorrel_tangleLog(LOG_DEBUG, "ignoring unknown config token \"%s\"", token.c_str());
     return 0;
 }
 
-void CLogTargetContainer::unloadUnseenTargets() {
+void CLogTargetContainer::unloadUnseenTargets(Scope& scope) {
     for (auto it = m_targets.begin(); it != m_targets.end();) {
         CPluggableLogModule& entry = it->second;
-        if (entry.seen) {
+        scope.goInto(&entry);
+        if (std::exchange(entry.seen, false)) { // cleared first: a target that throws now can be unloaded later
             if (entry.target->isSyslogTarget()) {
                 __atomic_store_n(&m_hasSyslogTarget, true, __ATOMIC_RELAXED);
             }
-            entry.seen = false;
             ++it;
-            continue;
+        } else {
+            sorrel_tangleLog(LOG_INFO, "logtarget-container: unloading log-target %s (and its library \"%s\")",
+                             entry.target->getName().c_str(), entry.module->getLibPath().c_str());
+            releaseTarget(entry);
+            it = m_targets.erase(it);
         }
-        sorrel_tangleLog(6, "logtarget-container: unloading log-target %s (and its library \"%s\")",
-                         entry.target->getName().c_str(), entry.module->getLibPath().c_str());
-        releaseTarget(entry);
-        it = m_targets.erase(it);
     }
+    scope.goInto(nullptr);
 }
 
 } // namespace sorrel

@@ -3,9 +3,12 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <fcntl.h>
 #include <memory>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <syslog.h>
+#include <unistd.h>
 
 namespace {
 
@@ -89,9 +92,9 @@ bool accepted(LineResult result, const char* fileName, int lineNumber) {
         syslog(LOG_ERR, "cfread: max. value length exceeded in %s at line %d", fileName, lineNumber);
         return false;
     case LineResult::kNotTerminated:
-        break;
+        syslog(LOG_ERR, "cfread: non-terminated entry in %s at line %d", fileName, lineNumber);
+        return false;
     }
-    syslog(LOG_ERR, "cfread: non-terminated entry in %s at line %d", fileName, lineNumber);
     return false;
 }
 
@@ -101,8 +104,10 @@ enum class Step { kGoOn, kStop, kFail };
 Step deliver(cfread_handle& handle, const Line& line, int lineNumber) {
     const bool empty = line.key[0] == '\0' || line.value[0] == '\0';
     if (handle.callback != nullptr) {
-        const bool wanted = !empty || handle.report_empty;
-        return wanted && handle.callback(line.key, line.value, handle.user_data) != 0 ? Step::kStop : Step::kGoOn;
+        if (empty && !handle.report_empty) {
+            return Step::kGoOn;
+        }
+        return handle.callback(line.key, line.value, handle.user_data) != 0 ? Step::kStop : Step::kGoOn;
     }
     if (!empty && cfread_set_entry(&handle, line.key, line.value) == nullptr) {
         syslog(LOG_ERR, "cfread: unable to add entry in %s at line %d", handle.file_name, lineNumber);
@@ -125,6 +130,30 @@ Step parseLine(cfread_handle& handle, const char* text, int lineNumber) {
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
+using FileOwner = std::unique_ptr<std::FILE, FileCloser>;
+
+// Regular files, and directories, which fail when they are read. Whatever else could block a reader, a pipe or a
+// terminal, is refused, but /dev/null reads as empty.
+bool isReadable(int fd) {
+    struct stat status;
+    if (fstat(fd, &status) != 0) {
+        return false;
+    }
+    const bool isNull = S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
+    return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) || isNull;
+}
+
+FileOwner openFile(const char* fileName) {
+    const int fd = open(fileName, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd == -1) {
+        return nullptr;
+    }
+    FileOwner file(isReadable(fd) ? fdopen(fd, "r") : nullptr);
+    if (!file) {
+        close(fd);
+    }
+    return file;
+}
 
 // 0, or -1 after an error, which has been reported.
 int parseFile(cfread_handle& handle) {
@@ -132,7 +161,7 @@ int parseFile(cfread_handle& handle) {
         syslog(LOG_ERR, "cfread: no config file given");
         return -1;
     }
-    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(handle.file_name, "re"));
+    const FileOwner file = openFile(handle.file_name);
     if (!file) {
         syslog(LOG_ERR, "cfread: unable to open %s", handle.file_name);
         return -1;

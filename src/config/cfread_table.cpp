@@ -72,7 +72,7 @@ EntryOwner takeEntry(cfread_handle& handle, const char* key) {
 
 // The lowest free slot, or -1.
 int findFreeSlot(const cfread_handle& handle) {
-    for (int slot = 0; slot < handle.capacity; ++slot) {
+    for (int slot = 0; handle.table != nullptr && slot < handle.capacity; ++slot) {
         if (handle.table[slot] == nullptr) {
             return slot;
         }
@@ -142,7 +142,7 @@ void cfread_close(cfread_handle* handle) {
     if (handle == nullptr) {
         return;
     }
-    for (int slot = 0; slot < handle->capacity; ++slot) {
+    for (int slot = 0; handle->table != nullptr && slot < handle->capacity; ++slot) {
         if (handle->table[slot] != nullptr) {
             EntryDeleter()(handle->table[slot]);
         }

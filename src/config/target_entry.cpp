@@ -8,9 +8,12 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <syslog.h>
 #include <vector>
 
 namespace {
+
+using sorrel::sorrel_tangleLog;
 
 // Only pieces of the form name=value count, and of a name that repeats the first.
 void addParameter(std::map<std::string, std::string>& params, const std::string& text) {
@@ -18,6 +21,31 @@ void addParameter(std::map<std::string, std::string>& params, const std::string&
     if (pieces.size() == 2) {
         params.emplace(sorrel::trimmed(pieces[0]), sorrel::trimmed(pieces[1]));
     }
+}
+
+// Null when the library cannot be used, which has been reported.
+sorrel::ILogTarget* createTarget(sorrel::CDynamicModule& module, sorrel::CLogTargetParameters& parameters) {
+    const char* const path = module.getLibPath().c_str();
+    if (module.load(nullptr) != 0) {
+        const int loadErrno = errno;
+        sorrel_tangleLog(LOG_ERR, "logtarget-container: Unable to load the logtarget-library \"%s\" - errno=%i(%s)",
+                         path, loadErrno, std::strerror(loadErrno));
+        return nullptr;
+    }
+    auto* const factory = static_cast<sorrel::IClassFactory*>(module.getClassFactory());
+    if (factory == nullptr) {
+        sorrel_tangleLog(LOG_ERR, "logtarget-container: Unable to retrieve the classfactory from lib \"%s\"", path);
+        return nullptr;
+    }
+    // Deliberate: an object that is no log target is not handed back to the factory.
+    auto* const target = dynamic_cast<sorrel::ILogTarget*>(
+        factory->createObject(sorrel::ILogTarget::LOG_TARGET_CLASS_NAME, &parameters));
+    if (target == nullptr) {
+        sorrel_tangleLog(LOG_ERR, "logtarget-container: Unable to create LogTarget from lib \"%s\"", path);
+        return nullptr;
+    }
+    sorrel_tangleLog(LOG_DEBUG, "will load target %s from lib %s", target->getName().c_str(), path);
+    return target;
 }
 
 } // namespace
@@ -31,48 +59,25 @@ int CLogTargetContainer::onCfgParamTarget(const std::string& /*key*/, const std:
     for (std::size_t i = 1; i < pieces.size(); ++i) {
         addParameter(parameters.params, pieces[i]);
     }
-    parameters.params.emplace(TARGET_TOKEN_APPLICATION_NAME(), m_appname);
+    parameters.params.emplace(TARGET_TOKEN_APPLICATION_NAME(), currentAppname());
 
     const auto loaded = m_targets.find(libPath);
     if (loaded != m_targets.end()) {
-        sorrel_tangleLog(7, "logtarget-container: library \"%s\" already loaded", libPath.c_str());
+        sorrel_tangleLog(LOG_DEBUG, "logtarget-container: library \"%s\" already loaded", libPath.c_str());
         loaded->second.seen = true;
         return 0;
     }
     std::unique_ptr<CDynamicModule> module(new CDynamicModule(libPath));
     try {
-        loadTarget(module, parameters);
+        if (ILogTarget* const target = createTarget(*module, parameters)) {
+            m_targets.emplace(libPath, CPluggableLogModule{module.get(), target, true});
+            module.release(); // the record owns it
+        }
     } catch (...) {
-        module.release(); // stays open for good: the code of the exception may live in it
+        module.release(); // stays open for good, since the code of the exception may live in it; there is no target
         throw;
     }
     return 0;
-}
-
-// Makes the target of a library and puts both into the map. The module is left with the caller on failure.
-void CLogTargetContainer::loadTarget(std::unique_ptr<CDynamicModule>& module, CLogTargetParameters& parameters) {
-    const char* const path = module->getLibPath().c_str();
-    if (module->load(nullptr) != 0) {
-        const int loadErrno = errno;
-        sorrel_tangleLog(3, "logtarget-container: Unable to load the logtarget-library \"%s\" - errno=%i(%s)", path,
-                         loadErrno, std::strerror(loadErrno));
-        return;
-    }
-    auto* const factory = static_cast<IClassFactory*>(module->getClassFactory());
-    if (factory == nullptr) {
-        sorrel_tangleLog(3, "logtarget-container: Unable to retrieve the classfactory from lib \"%s\"", path);
-        return;
-    }
-    // Deliberate: an object that is no log target is not handed back to the factory.
-    auto* const target =
-        dynamic_cast<ILogTarget*>(factory->createObject(ILogTarget::LOG_TARGET_CLASS_NAME, &parameters));
-    if (target == nullptr) {
-        sorrel_tangleLog(3, "logtarget-container: Unable to create LogTarget from lib \"%s\"", path);
-        return;
-    }
-    sorrel_tangleLog(7, "will load target %s from lib %s", target->getName().c_str(), path);
-    m_targets.emplace(module->getLibPath(), CPluggableLogModule{module.get(), target, true});
-    module.release();
 }
 
 } // namespace sorrel

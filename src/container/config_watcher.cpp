@@ -6,18 +6,15 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <fcntl.h>
+#include <cxxabi.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
+#include <syslog.h>
 #include <unistd.h>
 
 namespace {
 
 constexpr std::uint32_t kWatchMask = IN_CLOSE_WRITE | IN_DELETE;
-
-void closeOnExec(int fd) {
-    fcntl(fd, F_SETFD, FD_CLOEXEC);
-}
 
 ssize_t readRetrying(int fd, void* buffer, size_t size) {
     ssize_t got = 0;
@@ -59,13 +56,13 @@ int CLogTargetContainer::init_fds() {
     if (m_epollFd == -1) {
         return -1;
     }
-    closeOnExec(m_epollFd);
+    keepDescriptor(m_epollFd, EPOLL_FD);
     m_inotifyFd = inotify_init();
     if (m_inotifyFd == -1) {
         close_fd(m_epollFd);
         return -1;
     }
-    closeOnExec(m_inotifyFd);
+    keepDescriptor(m_inotifyFd, INOTIFY_FD);
     m_watchFd = inotify_add_watch(m_inotifyFd, getDefaultCfgFilename().c_str(), kWatchMask);
     if (m_watchFd == -1) {
         close_fd(m_inotifyFd); // Deliberate: epoll stays open until the destructor.
@@ -78,8 +75,8 @@ int CLogTargetContainer::init_fds() {
     }
     m_pipeFds[0] = ends[0];
     m_pipeFds[1] = ends[1];
-    closeOnExec(m_pipeFds[0]);
-    closeOnExec(m_pipeFds[1]);
+    keepDescriptor(m_pipeFds[0], PIPE_READ_END);
+    keepDescriptor(m_pipeFds[1], PIPE_WRITE_END);
     return 0;
 }
 
@@ -97,18 +94,13 @@ int CLogTargetContainer::init_epoll_evts() {
 
 // Epoll first; the watch while inotify is still open.
 void CLogTargetContainer::closeDescriptors() {
-    close_fd(m_epollFd);
-    close_wd(m_watchFd);
-    close_fd(m_inotifyFd);
-    close_fd(m_pipeFds[0]);
-    close_fd(m_pipeFds[1]);
-}
-
-void CLogTargetContainer::close_fd(int& fd) {
-    if (fd != -1) {
-        close(fd);
-        fd = -1;
+    closeOwn(m_epollFd, EPOLL_FD);
+    if (isOwnDescriptor(m_inotifyFd, INOTIFY_FD)) {
+        close_wd(m_watchFd);
     }
+    closeOwn(m_inotifyFd, INOTIFY_FD);
+    closeOwn(m_pipeFds[0], PIPE_READ_END);
+    closeOwn(m_pipeFds[1], PIPE_WRITE_END);
 }
 
 void CLogTargetContainer::close_wd(int& wd) {
@@ -120,11 +112,14 @@ void CLogTargetContainer::close_wd(int& wd) {
 
 int CLogTargetContainer::notifyThread(thread_notification notification) {
     if (m_pipeFds[1] == -1) {
-        sorrel_tangleLog(3, "logtarget-container: invalid pipe-fd (notify)");
+        sorrel_tangleLog(LOG_ERR, "logtarget-container: invalid pipe-fd (notify)");
         return -1;
     }
-    if (write(m_pipeFds[1], &notification, sizeof notification) != static_cast<ssize_t>(sizeof notification)) {
-        sorrel_tangleLog(3, "logtarget-container: unable to write to pipe (notify) - errno=%s", std::strerror(errno));
+    const bool own = isOwnDescriptor(m_pipeFds[1], PIPE_WRITE_END);
+    errno = own ? errno : EBADF; // somebody closed it, and the number may stand for another file by now
+    if (!own || write(m_pipeFds[1], &notification, sizeof notification) != static_cast<ssize_t>(sizeof notification)) {
+        sorrel_tangleLog(LOG_ERR, "logtarget-container: unable to write to pipe (notify) - errno=%s",
+                         std::strerror(errno));
         return -1;
     }
     return 0;
@@ -150,7 +145,21 @@ void CLogTargetContainer::outerThreadStartup(CLogTargetContainer* container) {
 }
 
 int CLogTargetContainer::threadStartup() {
+    if (m_rereadFirst) {
+        m_rereadFirst = false;
+        rereadSwallowing();
+    }
     return threadEventLoop();
+}
+
+// What a target throws has nobody to go to here; the thread goes on. A cancelled thread still unwinds.
+void CLogTargetContainer::rereadSwallowing() {
+    try {
+        onCfgUpdate();
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (...) { // NOLINT(bugprone-empty-catch): the configuration stays as far as it was applied
+    }
 }
 
 int CLogTargetContainer::threadEventLoop() {
@@ -161,12 +170,12 @@ int CLogTargetContainer::threadEventLoop() {
             if (errno == EINTR || errno == EAGAIN) {
                 continue;
             }
-            sorrel_tangleLog(3, "logtarget-container: epoll failed with errno=%s - terminating watcher thread.",
+            sorrel_tangleLog(LOG_ERR, "logtarget-container: epoll failed with errno=%s - terminating watcher thread.",
                              std::strerror(errno));
             return 0;
         }
         if (count == 0) {
-            sorrel_tangleLog(3, "logtarget-container: epoll reported timeout!?");
+            sorrel_tangleLog(LOG_ERR, "logtarget-container: epoll reported timeout!?");
         }
         for (int i = 0; i < count; ++i) {
             if (events[i].data.fd == m_inotifyFd) {
@@ -183,30 +192,31 @@ void CLogTargetContainer::onInotifyEvent() {
     const ssize_t got = readRetrying(m_inotifyFd, &event, sizeof event);
     if (got != static_cast<ssize_t>(sizeof event)) {
         const bool named = got == -1 && errno == EINVAL;
-        sorrel_tangleLog(3, "logtarget-container: unable to read inotify event - dropped event.");
+        sorrel_tangleLog(LOG_ERR, "logtarget-container: unable to read inotify event - dropped event.");
         if (named) {
             dropNamedEvents(m_inotifyFd);
         }
         return;
     }
     if ((event.mask & IN_IGNORED) != 0) {
-        sorrel_tangleLog(7, "logtarget-container: got an inotify-event with IN_IGNORED set (mask=0x%x, watch-fd=%i)",
+        sorrel_tangleLog(LOG_DEBUG,
+                         "logtarget-container: got an inotify-event with IN_IGNORED set (mask=0x%x, watch-fd=%i)",
                          event.mask, event.wd);
         return;
     }
-    sorrel_tangleLog(7, "logtarget-container: sorrel configfile changed, triggering re-read.");
-    onCfgUpdate();
+    sorrel_tangleLog(LOG_DEBUG, "logtarget-container: sorrel configfile changed, triggering re-read.");
+    rereadSwallowing();
 }
 
 // False when the worker is to end.
 bool CLogTargetContainer::onNotification() {
     int notification = 0;
     if (readRetrying(m_pipeFds[0], &notification, sizeof notification) != static_cast<ssize_t>(sizeof notification)) {
-        sorrel_tangleLog(3, "logtarget-container: worker unable to receive notification - terminating thread.");
+        sorrel_tangleLog(LOG_ERR, "logtarget-container: worker unable to receive notification - terminating thread.");
         return false;
     }
     if (notification == THREAD_NOTIFICATION_TERMINATE) {
-        sorrel_tangleLog(7, "logtarget-container: got exit message - ending thread.");
+        sorrel_tangleLog(LOG_DEBUG, "logtarget-container: got exit message - ending thread.");
         return false;
     }
     if (notification == THREAD_NOTIFICATION_APPNAME) {
@@ -223,21 +233,23 @@ void CLogTargetContainer::onAppnameChanged() {
     if (access(file.c_str(), F_OK) != 0) {
         return;
     }
-    sorrel_tangleLog(7, "logtarget-container: removing old watch-descriptor %i", m_watchFd);
+    sorrel_tangleLog(LOG_DEBUG, "logtarget-container: removing old watch-descriptor %i", m_watchFd);
     if (inotify_rm_watch(m_inotifyFd, m_watchFd) != 0) {
-        sorrel_tangleLog(3, "logtarget-container: Unable remove old inotify watch - errno=%s", std::strerror(errno));
+        sorrel_tangleLog(LOG_ERR, "logtarget-container: Unable remove old inotify watch - errno=%s",
+                         std::strerror(errno));
         return;
     }
     m_watchFd = inotify_add_watch(m_inotifyFd, file.c_str(), kWatchMask);
     // Deliberate: both messages name the application, not the file.
     if (m_watchFd < 1) {
         sorrel_tangleLog(
-            3, "logtarget-container: Unable to watch application-specific config-file \"%s\" for changes - errno=%s",
-            m_appname.c_str(), std::strerror(errno));
+            LOG_ERR,
+            "logtarget-container: Unable to watch application-specific config-file \"%s\" for changes - errno=%s",
+            currentAppname().c_str(), std::strerror(errno));
         return;
     }
-    sorrel_tangleLog(7, "logtarget-container: Watching application-specific config-file \"%s\" for changes",
-                     m_appname.c_str());
+    sorrel_tangleLog(LOG_DEBUG, "logtarget-container: Watching application-specific config-file \"%s\" for changes",
+                     currentAppname().c_str());
 }
 
 } // namespace sorrel

@@ -2,9 +2,12 @@
 #include <sorrel/dynamic_module.hpp>
 #include <sorrel/tangle_log.h>
 
+#include "container/library_hook.hpp"
+
 #include <cerrno>
 #include <cstring>
 #include <dlfcn.h>
+#include <syslog.h>
 
 namespace {
 
@@ -24,15 +27,15 @@ CDynamicModule::~CDynamicModule() {
         return;
     }
     if (auto* const done = findFunction<void()>(m_handle, "dynamic_module_done")) {
-        sorrel_tangleLog(7, "Calling done function for shared library \"%s\"", m_libPath.c_str());
+        sorrel_tangleLog(LOG_DEBUG, "Calling done function for shared library \"%s\"", m_libPath.c_str());
         done();
     }
-    sorrel_tangleLog(7, "closing shared library \"%s\"", m_libPath.c_str());
+    sorrel_tangleLog(LOG_DEBUG, "closing shared library \"%s\"", m_libPath.c_str());
     const int rc = dlclose(m_handle);
     if (rc != 0) {
         const int closeErrno = errno;
         const char* const error = lastError();
-        sorrel_tangleLog(4, "dlclose() failed, rc=%i, dlerror=%s, errno=%s (lib=%s)", rc,
+        sorrel_tangleLog(LOG_WARNING, "dlclose() failed, rc=%i, dlerror=%s, errno=%s (lib=%s)", rc,
                          error != nullptr ? error : "<null>", std::strerror(closeErrno), m_libPath.c_str());
     }
     m_handle = nullptr;
@@ -40,19 +43,23 @@ CDynamicModule::~CDynamicModule() {
 
 int CDynamicModule::load(void* argument) {
     if (m_handle != nullptr) {
-        sorrel_tangleLog(7, "Dynamic module %s already loaded", m_libPath.c_str());
+        sorrel_tangleLog(LOG_DEBUG, "Dynamic module %s already loaded", m_libPath.c_str());
         return -1;
     }
     // Deliberate: the symbols of a target library are visible to all others.
     m_handle = dlopen(m_libPath.c_str(), RTLD_LAZY | RTLD_GLOBAL);
     if (m_handle == nullptr) {
         // Deliberate: the text of errno, not that of dlerror().
-        sorrel_tangleLog(3, "Unable to open shared library \"%s\" - error=%s", m_libPath.c_str(), std::strerror(errno));
+        sorrel_tangleLog(LOG_ERR, "Unable to open shared library \"%s\" - error=%s", m_libPath.c_str(),
+                         std::strerror(errno));
         return -1;
     }
-    sorrel_tangleLog(7, "opened shared library \"%s\"", m_libPath.c_str());
+    if (auto* const hook = libraryLoadedHook.load()) {
+        hook();
+    }
+    sorrel_tangleLog(LOG_DEBUG, "opened shared library \"%s\"", m_libPath.c_str());
     if (auto* const init = findFunction<void(void*)>(m_handle, "dynamic_module_init")) {
-        sorrel_tangleLog(7, "calling init function for shared library \"%s\"", m_libPath.c_str());
+        sorrel_tangleLog(LOG_DEBUG, "calling init function for shared library \"%s\"", m_libPath.c_str());
         init(argument);
     }
     return 0;
@@ -61,15 +68,15 @@ int CDynamicModule::load(void* argument) {
 void* CDynamicModule::getClassFactory() const {
     static constexpr char kSymbol[] = "getClassFactory";
     if (m_handle == nullptr) {
-        sorrel_tangleLog(3, "Library not loaded");
+        sorrel_tangleLog(LOG_ERR, "Library not loaded");
         return nullptr;
     }
     auto* const getFactory = findFunction<void*()>(m_handle, kSymbol);
     if (getFactory == nullptr) {
-        sorrel_tangleLog(3, "Symbol \"%s\" not found in shared library \"%s\"", kSymbol, m_libPath.c_str());
+        sorrel_tangleLog(LOG_ERR, "Symbol \"%s\" not found in shared library \"%s\"", kSymbol, m_libPath.c_str());
         return nullptr;
     }
-    sorrel_tangleLog(7, "Retrieving classfactory from shared library \"%s\"", m_libPath.c_str());
+    sorrel_tangleLog(LOG_DEBUG, "Retrieving classfactory from shared library \"%s\"", m_libPath.c_str());
     return getFactory();
 }
 

@@ -3,20 +3,22 @@
 #include <sorrel/log_target_container.hpp>
 #include <sorrel/tangle_log.h>
 
+#include "container/container_scope.hpp"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
+#include <syslog.h>
+#include <unistd.h>
 
 namespace sorrel {
 
-using ContainerGuard = std::lock_guard<CLogTargetContainer>; // locks through the virtual lock() and unlock()
-
 CLogTargetContainer::CLogTargetContainer(const std::string& configPath, bool active, IComponentCfgUpdateSink* sink)
     : m_configPath(configPath), m_worker(nullptr), m_hasSyslogTarget(false), m_updateSink(sink), m_epollFd(-1),
-      m_inotifyFd(-1), m_watchFd(-1), m_pipeFds{-1, -1} {
+      m_inotifyFd(-1), m_watchFd(-1), m_pipeFds{-1, -1}, m_depth(0), m_holder(), m_busy(), m_rereadWanted(false),
+      m_renamed(false), m_watchAgain(false), m_rereadFirst(false), m_processId(getpid()), m_identities() {
     TARGET_TOKEN_APPLICATION_NAME(); // built now, so that it outlives the worker, which uses it
     if (!active) {
         return;
@@ -34,23 +36,34 @@ CLogTargetContainer::CLogTargetContainer(const std::string& configPath, bool act
 }
 
 CLogTargetContainer::~CLogTargetContainer() {
-    stopWorker();
+    if (getpid() != m_processId) {
+        forgetParent();
+    }
+    stopWorker(true);
     closeDescriptors();
     releaseTargets();
 }
 
 void CLogTargetContainer::startUp() {
     if (const char* const directory = secure_getenv("SORL_PATH")) {
-        sorrel_tangleLog(7,
+        sorrel_tangleLog(LOG_DEBUG,
                          "logtarget-container: using sorrel config path override from environment: \"%s\" ==> \"%s\"",
                          m_configPath.c_str(), directory);
         m_configPath = directory;
     }
     onCfgUpdate();
+    watch();
+}
+
+// From here on the file is watched, or it is said that it is not.
+void CLogTargetContainer::watch() {
     if (init_fds() != 0 || init_epoll_evts() != 0) {
         sorrel_tangleLog(
-            3, "logtarget-container: unable to initialize event-handling - not worker thread will be spawned");
+            LOG_ERR, "logtarget-container: unable to initialize event-handling - not worker thread will be spawned");
         return;
+    }
+    if (m_rereadFirst && !currentAppname().empty()) {
+        onAppnameChanged();
     }
     startWorker();
 }
@@ -58,10 +71,12 @@ void CLogTargetContainer::startUp() {
 void CLogTargetContainer::startWorker() {
     std::unique_ptr<std::thread> worker(new (std::nothrow) std::thread);
     if (!worker) {
-        sorrel_tangleLog(3,
-                         "logtarget-container: unable to create worker thread - config-changes will not be monitored. "
-                         "(errno=%s)",
-                         std::strerror(errno));
+        sorrel_tangleLog(
+            LOG_ERR,
+            // clang-format off
+                         "logtarget-container: unable to create worker thread - config-changes will not be monitored. (errno=%s)",
+            // clang-format on
+            std::strerror(errno));
         return;
     }
     try {
@@ -69,26 +84,12 @@ void CLogTargetContainer::startWorker() {
     } catch (const std::system_error& error) {
         const int startErrno = errno;
         worker.reset();
-        sorrel_tangleLog(3, "logtarget-container: unable to create worker thread: exception caught: %s - errno=%s",
+        sorrel_tangleLog(LOG_ERR,
+                         "logtarget-container: unable to create worker thread: exception caught: %s - errno=%s",
                          error.what(), std::strerror(startErrno));
         return;
     }
     m_worker = worker.release();
-}
-
-// Deliberate: a worker that could not be told to end is not joined, and destroying its thread object ends the process.
-void CLogTargetContainer::stopWorker() {
-    if (m_worker == nullptr) {
-        return;
-    }
-    if (threadNotifyTerminate() == 0) {
-        m_worker->join();
-    } else {
-        sorrel_tangleLog(3, "logtarget-container: unable to terminate worker thread - forcing exit. (errno=%s)",
-                         std::strerror(errno));
-    }
-    delete m_worker;
-    m_worker = nullptr;
 }
 
 // Tells the factory to destroy the target, then closes its library. The entry stays in the map meanwhile, because the
@@ -102,11 +103,15 @@ void CLogTargetContainer::releaseTarget(CPluggableLogModule& entry) {
     entry.module = nullptr;
 }
 
+// Targets that are busy when the process exits stay as they are.
 void CLogTargetContainer::releaseTargets() {
-    while (!m_targets.empty()) {
-        const auto first = m_targets.begin();
-        releaseTarget(first->second);
-        m_targets.erase(first);
+    for (auto it = m_targets.begin(); it != m_targets.end();) {
+        if (isBusy(it->second)) {
+            ++it;
+        } else {
+            releaseTarget(it->second);
+            it = m_targets.erase(it);
+        }
     }
 }
 
@@ -121,45 +126,90 @@ void CLogTargetContainer::unlock() {
 void CLogTargetContainer::log(int processId, int depth, long long seconds, int microseconds, sorrel_level* level,
                               const std::string& threadName, const std::string& componentName,
                               const std::string& functionName, const std::string& text) {
-    const ContainerGuard guard(*this);
-    for (const auto& entry : m_targets) {
-        if (ILogTarget* const target = entry.second.target) {
-            target->log(processId, depth, seconds, microseconds, level, threadName, componentName, functionName, text);
-        }
-    }
+    perform([&](Scope& scope) {
+        scope.forEachTarget([&](ILogTarget& target) {
+            target.log(processId, depth, seconds, microseconds, level, threadName, componentName, functionName, text);
+        });
+    });
 }
 
 void CLogTargetContainer::onComponentAdded(sorrel_component* component) {
-    const ContainerGuard guard(*this);
-    for (const auto& entry : m_targets) {
-        if (ILogTarget* const target = entry.second.target) {
-            target->onComponentAdded(component);
-        }
-    }
+    perform(
+        [&](Scope& scope) { scope.forEachTarget([&](ILogTarget& target) { target.onComponentAdded(component); }); });
 }
 
 bool CLogTargetContainer::hasSyslogTarget() const {
     return __atomic_load_n(&m_hasSyslogTarget, __ATOMIC_RELAXED);
 }
 
+void CLogTargetContainer::onCfgUpdate() {
+    perform([&](Scope&) { m_rereadWanted = true; });
+}
+
 void CLogTargetContainer::setAppname(const std::string& name) {
-    if (name == m_appname) {
+    if (name == currentAppname()) {
         return;
     }
+    perform([&](Scope&) {
+        storeAppname(name);
+        m_rereadWanted = true;
+        m_renamed = true;
+    });
+}
+
+// The frame of every operation: under the mutex what it does, then, when no other operation is on the thread's stack,
+// what was asked for meanwhile; at last, without the mutex, the worker is told of a new name.
+template <typename Operation>
+void CLogTargetContainer::perform(Operation operation) {
+    bool tellWorker = false;
     {
-        const ContainerGuard guard(*this);
-        m_appname = name;
-        onCfgUpdate();
-        for (const auto& entry : m_targets) {
-            if (ILogTarget* const target = entry.second.target) {
-                target->setAppname(m_appname);
-            }
+        Scope scope(*this);
+        if (!scope) {
+            return;
+        }
+        if (m_watchAgain && scope.isOutermost()) {
+            watchAgain();
+        }
+        operation(scope);
+        if (m_rereadWanted && scope.isOutermost()) {
+            tellWorker = doWhatWaits(scope);
         }
     }
     // Deliberate: also without a worker, where this fails and says so.
-    if (threadNotfiyAppname() != 0) {
-        sorrel_tangleLog(3, "logtarget-container: unable to notify thread about a changed appname");
+    if (tellWorker && threadNotfiyAppname() != 0) {
+        sorrel_tangleLog(LOG_ERR, "logtarget-container: unable to notify thread about a changed appname");
     }
+}
+
+// Re-reads the configuration, and tells the targets a new name, until nobody asks for it any more. Whether there was a
+// new name.
+bool CLogTargetContainer::doWhatWaits(Scope& scope) {
+    bool renamed = false;
+    while (m_rereadWanted) {
+        m_rereadWanted = false;
+        if (!m_renamed) {
+            reread(scope);
+            continue;
+        }
+        m_renamed = false;
+        renamed = true;
+        {
+            Scope inner(*this); // a re-read takes the mutex itself, wherever it comes from
+            reread(inner);
+        }
+        const std::string name = currentAppname();
+        scope.forEachTarget([&](ILogTarget& target) { target.setAppname(name); });
+    }
+    return renamed;
+}
+
+// A forked child has no worker. What changed since the fork is read by the new one.
+void CLogTargetContainer::watchAgain() {
+    m_watchAgain = false;
+    delete m_worker;
+    m_worker = nullptr;
+    m_rereadFirst = true;
+    watch();
 }
 
 } // namespace sorrel

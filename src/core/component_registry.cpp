@@ -2,15 +2,17 @@
 #include <sorrel/logger.hpp>
 #include <sorrel/tangle_log.h>
 
+#include "container/gone.hpp"
+#include "core/component_index.hpp"
 #include "core/level_descriptions.hpp"
 
+#include <chrono>
 #include <memory>
-#include <mutex>
 #include <new>
+#include <syslog.h>
+#include <thread>
 
 namespace {
-
-using ComponentsGuard = std::lock_guard<sorrel::CRecursiveMutex>;
 
 // Binary digits, most significant first. Every character but '1' is a clear bit; the last 32 count.
 unsigned int maskOfDigits(const std::string& digits) {
@@ -31,52 +33,136 @@ sorrel_component makeFallbackComponent() {
 
 sorrel_component CSorrel::ms_OOMFallbackComp = makeFallbackComponent();
 
-// Holds the container's mutex and the components lock, for what ends in the container's onComponentAdded.
-class CSorrel::RegistryLocks {
+// Holds the components lock, or, when the logger is gone, nothing: then nothing may be done.
+class CSorrel::ComponentsScope {
 public:
-    explicit RegistryLocks(CSorrel& logger) : m_logger(logger) { logger.lockContainerAndComponents(); }
-    RegistryLocks(const RegistryLocks&) = delete;
-    RegistryLocks& operator=(const RegistryLocks&) = delete;
-    ~RegistryLocks() {
-        m_logger.unlockComponents();
-        m_logger.m_container.unlock();
+    explicit ComponentsScope(CSorrel& logger) : m_logger(logger), m_held(logger.enterComponents()) {}
+    ComponentsScope(const ComponentsScope&) = delete;
+    ComponentsScope& operator=(const ComponentsScope&) = delete;
+    ~ComponentsScope() {
+        if (m_held) {
+            m_logger.leaveComponents();
+        }
     }
+
+    explicit operator bool() const { return m_held; }
 
 private:
     CSorrel& m_logger;
+    const bool m_held;
 };
+
+// Holds the container's mutex and the components lock, for what ends in the container's onComponentAdded; or nothing.
+class CSorrel::RegistryScope {
+public:
+    explicit RegistryScope(CSorrel& logger) : m_logger(logger), m_held(logger.enterRegistry()) {}
+    RegistryScope(const RegistryScope&) = delete;
+    RegistryScope& operator=(const RegistryScope&) = delete;
+    ~RegistryScope() {
+        if (m_held) {
+            m_logger.leaveComponents();
+            m_logger.leaveContainer();
+        }
+    }
+
+    explicit operator bool() const { return m_held; }
+
+private:
+    CSorrel& m_logger;
+    const bool m_held;
+};
+
+// False when the logger is gone. The depth is written sequentially consistent, like the mark that a logger is gone:
+// either the destructor sees that the lock is held, or it is seen here that the logger is gone.
+bool CSorrel::enterComponents() {
+    if (!sorrel::lockUnlessGone(m_container, m_componentsLock)) {
+        return false;
+    }
+    return noteComponentsHeld();
+}
+
+bool CSorrel::noteComponentsHeld() {
+    __atomic_store_n(&m_componentsDepth, m_componentsDepth + 1, __ATOMIC_SEQ_CST);
+    if (isGone(m_container)) {
+        leaveComponents();
+        return false;
+    }
+    return true;
+}
+
+void CSorrel::leaveComponents() {
+    __atomic_store_n(&m_componentsDepth, m_componentsDepth - 1, __ATOMIC_RELEASE);
+    m_componentsLock.unlock();
+}
+
+bool CSorrel::enterContainer() {
+    if (!sorrel::lockUnlessGone(m_container, m_container)) {
+        return false;
+    }
+    ++m_registryDepth;
+    return true;
+}
+
+void CSorrel::leaveContainer() {
+    --m_registryDepth;
+    m_container.unlock();
+}
 
 // A re-read holds the container's mutex when it comes here for the components lock, so the container's mutex has to be
 // the outer one. But a caller may hold lockComponents() and then log, which takes them the other way round: so nobody
 // waits for the components lock while holding the level of the container's mutex that was taken here.
-void CSorrel::lockContainerAndComponents() {
-    for (;;) {
-        m_container.lock();
+bool CSorrel::enterRegistry() {
+    while (enterContainer()) {
         try {
             if (m_componentsLock.try_lock()) {
-                return;
+                if (noteComponentsHeld()) {
+                    return true;
+                }
+                leaveContainer();
+                return false;
             }
         } catch (...) {
-            m_container.unlock();
+            leaveContainer();
             throw;
         }
-        m_container.unlock();
-        lockComponents();
-        unlockComponents();
+        leaveContainer();
+        if (!enterComponents()) {
+            return false;
+        }
+        leaveComponents();
+    }
+    return false;
+}
+
+// At exit: gives the components lock back as often as the exiting thread holds it, and waits a short while for others.
+void CSorrel::drainRegistry() {
+    if (m_componentsLock.try_lock()) { // free, or held by this thread
+        for (int depth = m_componentsDepth; depth >= 0; --depth) {
+            m_componentsLock.unlock();
+        }
+        return;
+    }
+    for (int i = 0; i < 100 && __atomic_load_n(&m_componentsDepth, __ATOMIC_SEQ_CST) != 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 }
 
 void CSorrel::lockComponents() {
-    m_componentsLock.lock();
+    enterComponents();
 }
 
 void CSorrel::unlockComponents() {
-    m_componentsLock.unlock();
+    if (!isGone(m_container)) {
+        leaveComponents();
+    }
 }
 
 sorrel_component* CSorrel::createComponent(const std::string& name, sorrel_level* level,
                                            const std::string& descriptions) {
-    const RegistryLocks locks(*this);
+    const RegistryScope scope(*this);
+    if (!scope) {
+        return &ms_OOMFallbackComp;
+    }
     sorrel_component* const known = getComponentByName(name);
     if (known != nullptr && !descriptions.empty()) {
         sorrel::parseLevelDescriptions(*known, descriptions);
@@ -90,23 +176,40 @@ sorrel_component* CSorrel::createComponent(const std::string& name, sorrel_level
     created->name = name;
     created->mask = level != nullptr ? level->mask : 0;
     sorrel::parseLevelDescriptions(*created, descriptions);
-    m_components.emplace(name, created.get()); // Deliberate: a name that is registered keeps its component.
+    if (known == nullptr) { // Deliberate: a name that is registered keeps its component.
+        registerComponent(*created);
+    }
     sorrel_component* const component = created.release();
     m_container.onComponentAdded(component);
     return component;
 }
 
+// In the map and in the index, or, when memory is out, in neither.
+void CSorrel::registerComponent(sorrel_component& component) {
+    const auto entry = m_components.emplace(component.name, &component).first;
+    try {
+        sorrel::addToComponentIndex(m_number, component);
+    } catch (...) {
+        m_components.erase(entry);
+        throw;
+    }
+}
+
 int CSorrel::updateComponentLevel(const std::string& name, const std::string& level) {
     const unsigned int mask = maskOfDigits(level);
-    const RegistryLocks locks(*this);
+    const RegistryScope scope(*this);
+    if (!scope) {
+        return 0;
+    }
     if (sorrel_component* const component = getComponentByName(name)) {
         // Deliberate: no closing parenthesis.
-        sorrel::sorrel_tangleLog(7, "Updating level for existing component %s (old level: 0x%x, new level: 0x%x",
+        sorrel::sorrel_tangleLog(LOG_DEBUG,
+                                 "Updating level for existing component %s (old level: 0x%x, new level: 0x%x",
                                  name.c_str(), component->mask, mask);
         __atomic_store_n(&component->mask, mask, __ATOMIC_RELAXED);
         m_container.onComponentAdded(component);
     } else {
-        sorrel::sorrel_tangleLog(7, "Creating new component %s (level=0x%x)", name.c_str(), mask);
+        sorrel::sorrel_tangleLog(LOG_DEBUG, "Creating new component %s (level=0x%x)", name.c_str(), mask);
         sorrel_level configured{0, mask};
         createComponent(name, &configured, "");
     }
@@ -114,26 +217,28 @@ int CSorrel::updateComponentLevel(const std::string& name, const std::string& le
 }
 
 void CSorrel::setComponentLevel(const std::string& name, unsigned int mask) {
-    const ComponentsGuard guard(m_componentsLock);
+    const ComponentsScope scope(*this);
     if (sorrel_component* const component = getComponentByName(name)) {
         __atomic_store_n(&component->mask, mask, __ATOMIC_RELAXED);
     }
 }
 
 sorrel_component* CSorrel::getComponentByName(const std::string& name) {
-    const auto found = m_components.find(name);
-    return found != m_components.end() ? found->second : nullptr;
+    return isGone(m_container) ? nullptr : sorrel::findInComponentIndex(m_number, name);
 }
 
 void CSorrel::getComponentNames(std::vector<std::string>& out) {
-    const ComponentsGuard guard(m_componentsLock);
+    const ComponentsScope scope(*this);
+    if (!scope) {
+        return;
+    }
     for (const auto& entry : m_components) {
         out.push_back(entry.first);
     }
 }
 
 void CSorrel::getLevelDescriptions(const std::string& name, std::vector<std::pair<unsigned int, std::string>>& out) {
-    const ComponentsGuard guard(m_componentsLock);
+    const ComponentsScope scope(*this);
     if (const sorrel_component* const component = getComponentByName(name)) {
         out.insert(out.end(), component->levelDescriptions.begin(), component->levelDescriptions.end());
     }

@@ -3,9 +3,13 @@
 #include <sorrel/sorrel.h>
 #include <sorrel/tangle_log.h>
 
+#include "container/gone.hpp"
 #include "core/message_path.hpp"
+#include "core/second_pass.hpp"
+#include "core/thread_record.hpp"
 
 #include <cstdio>
+#include <cstring>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -17,6 +21,11 @@ constexpr std::size_t kTextSize = 2048; // longer texts are cut
 
 // Deliberate: one buffer for the whole process, without a lock.
 char sorSyslogBuffer[kTextSize];
+
+void copyText(char (&to)[kTextSize], const char (&from)[kTextSize]) {
+    std::memcpy(to, from, kTextSize);
+    to[kTextSize - 1] = '\0'; // another thread may be writing over the end
+}
 
 } // namespace
 
@@ -30,7 +39,7 @@ void CSorrel::log(sorrel_component* component, sorrel_level* level, const char* 
     timeval now;
     gettimeofday(&now, nullptr);
     const int processId = getpid();
-    const thread_data_t& thread = thread_data;
+    const thread_data_t& thread = sorrel::threadRecord();
     const int depth = thread.depth;
     const std::string function = thread.functionStack.empty() ? std::string() : thread.functionStack.front();
     const std::string message(text);
@@ -39,16 +48,23 @@ void CSorrel::log(sorrel_component* component, sorrel_level* level, const char* 
 }
 
 void CSorrel::sorSyslog(sorrel_component* component, sorrel_level* level, const char* format, va_list args) {
+    if (isGone(m_container)) {
+        return;
+    }
     sorSyslogBuffer[0] = '\0';
     vsnprintf(sorSyslogBuffer, sizeof sorSyslogBuffer, format, args);
+    char text[kTextSize]; // from here on nobody else can change it
+    copyText(text, sorSyslogBuffer);
     if (!m_container.hasSyslogTarget()) {
-        sorrel::sorrel_tangleLog(level_to_prio(level), "%s", sorSyslogBuffer);
+        sorrel::sorrel_tangleLog(level_to_prio(level), "%s", text);
     }
+    char secondFormat[sorrel::kSecondPassSize];
+    sorrel::makeArgumentless(text, secondFormat);
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     // Deliberate: the text is the format of a second formatting.
-    _sorrel(component, level, sorSyslogBuffer);
+    _sorrel(component, level, secondFormat);
 #pragma GCC diagnostic pop
 }
 

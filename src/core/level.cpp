@@ -1,20 +1,18 @@
 // Level records: their store, their creation, and the predefined ones.
 #include <sorrel/level.h>
 
+#include "core/leaf_lock.hpp"
+
 #include <list>
 #include <mutex>
 
 namespace {
 
-// Append-only, so that addresses never change. Never destroyed: threads may log while static objects are destroyed.
-struct LevelStore {
-    std::mutex mutex; // guards levels
-    std::list<sorrel_level> levels;
-};
-
-LevelStore& levelStore() {
-    static LevelStore& store = *new LevelStore;
-    return store;
+// Append-only, so that addresses never change; guarded by leafLock. Never destroyed: threads may log while static
+// objects are destroyed.
+std::list<sorrel_level>& levelStore() {
+    static std::list<sorrel_level>& levels = *new std::list<sorrel_level>;
+    return levels;
 }
 
 // Deliberate: the shift count is the low eight bits, and a count that a 32-bit word does not have gives no bit.
@@ -26,10 +24,10 @@ unsigned int maskOfNumeric(int numeric) {
 } // namespace
 
 sorrel_level* sorrel::sorrel_level_create(int numeric, unsigned int mask) {
-    LevelStore& store = levelStore();
-    const std::lock_guard<std::mutex> guard(store.mutex);
-    store.levels.push_back({numeric, mask});
-    return &store.levels.back();
+    std::list<sorrel_level>& levels = levelStore();
+    const std::lock_guard<std::mutex> guard(leafLock);
+    levels.push_back({numeric, mask});
+    return &levels.back();
 }
 
 sorrel_level* sorrel_level_create(int numeric) {

@@ -1,12 +1,14 @@
 // The two loggers of a process: how they are built once, named and destroyed.
-#include <sorrel/logger.hpp>
+#include "core/logger_slot.hpp"
 
+#include "container/gone.hpp"
+#include "container/library_hook.hpp"
+#include "core/component_index.hpp"
+#include "core/interned_name.hpp"
+#include "core/leaf_lock.hpp"
 #include "core/message_path.hpp"
 
-#include <atomic>
 #include <cstdlib>
-#include <mutex>
-#include <new>
 #include <syslog.h>
 
 std::atomic<CSorrel*> sorrel::configuredLogger{nullptr};
@@ -18,61 +20,53 @@ constexpr char kFirstAppname[] = "[no-appname-set]";
 
 std::atomic<CSorrel*> plainLogger{nullptr};
 
-// Builds a logger at its first use. A function-local static would throw or hang when a target logs while the first read
-// of the configuration creates it; here the building thread gets the logger as far as it stands. Initialised statically
-// and never destroyed, and the storage is never used for anything else.
-class OnceBuiltLogger {
-public:
-    constexpr OnceBuiltLogger(bool configured, std::atomic<CSorrel*>& published)
-        : m_configured(configured), m_published(published) {}
-
-    CSorrel* get() {
-        CSorrel* const logger = m_published.load(std::memory_order_acquire);
-        return logger != nullptr ? logger : build();
-    }
-
-    void destroy() { storedLogger()->CSorrel::~CSorrel(); }
-
-private:
-    CSorrel* storedLogger() { return std::launder(reinterpret_cast<CSorrel*>(m_storage)); }
-    CSorrel* build();
-
-    const bool m_configured;
-    std::atomic<CSorrel*>& m_published;
-    std::recursive_mutex m_mutex; // held while the logger is built
-    bool m_begun = false;         // guarded by m_mutex
-    alignas(CSorrel) unsigned char m_storage[sizeof(CSorrel)] = {};
-};
-
-OnceBuiltLogger configuredSlot(true, sorrel::configuredLogger);
-OnceBuiltLogger plainSlot(false, plainLogger);
-
-void destroyConfiguredLogger() {
-    configuredSlot.destroy();
+void endConfiguredLogger() {
+    configuredSlot.end();
 }
 
-void destroyPlainLogger() {
-    plainSlot.destroy();
+void endPlainLogger() {
+    plainSlot.end();
 }
 
-CSorrel* OnceBuiltLogger::build() {
+// The static objects of a library that was loaded after the logger was built would be destroyed before the logger,
+// whose target may use them: so the logger is to be ended before them.
+void onLibraryLoaded() {
+    std::atexit(endConfiguredLogger);
+}
+
+} // namespace
+
+LoggerSlot configuredSlot(true, sorrel::configuredLogger);
+LoggerSlot plainSlot(false, plainLogger);
+
+CSorrel* LoggerSlot::build() {
     const std::lock_guard<std::recursive_mutex> guard(m_mutex);
     if (m_begun) {
-        return storedLogger(); // built by another thread in the meantime, or being built by this one
+        return stored(); // built by another thread in the meantime, or being built by this one
     }
     m_begun = true;
+    prepareForForks();
     try {
         new (m_storage) CSorrel(m_configured);
     } catch (...) {
         m_begun = false;
         throw;
     }
-    std::atexit(m_configured ? destroyConfiguredLogger : destroyPlainLogger);
-    m_published.store(storedLogger(), std::memory_order_release);
-    return storedLogger();
+    std::atexit(m_configured ? endConfiguredLogger : endPlainLogger);
+    if (m_configured) {
+        sorrel::libraryLoadedHook = onLibraryLoaded;
+    }
+    m_published.store(stored(), std::memory_order_release);
+    return stored();
 }
 
-} // namespace
+void LoggerSlot::end() {
+    if (m_published.load(std::memory_order_acquire) != nullptr && !m_ended.exchange(true)) {
+        sorrel::markGone(stored()->m_container);
+        stored()->drainRegistry();
+        sorrel::endAtExit(stored()->m_container, stored()->m_registryDepth);
+    }
+}
 
 CSorrel* CSorrel::getInstance() {
     return configuredSlot.get();
@@ -82,31 +76,46 @@ CSorrel* CSorrel::getInstance_NoSorrel() {
     return plainSlot.get();
 }
 
-CSorrel::CSorrel(bool configured) : CSorrel(configured, std::string(kFirstAppname)) {}
+CSorrel::CSorrel(bool configured) : CSorrel(configured, sorrel::internedName(kFirstAppname), kFirstAppname) {}
 
 // The first name comes in ready-made: once the container stands, nothing may throw any more.
-CSorrel::CSorrel(bool configured, std::string&& firstAppname) : m_container(kConfigDirectory, configured, this) {
-    m_appname.swap(firstAppname);
+CSorrel::CSorrel(bool configured, const std::string& lastingName, std::string&& ownName)
+    : m_container(directoryAfterSetUp(), configured, this) {
+    m_appname.swap(ownName);
+    __atomic_store_n(&m_namedAs, &lastingName, __ATOMIC_RELEASE);
+}
+
+// Sets what stands behind the container in the object: the container uses the logger while it is built.
+const char* CSorrel::directoryAfterSetUp() {
+    m_number = sorrel::nextLoggerNumber();
+    m_namedAs = &sorrel::internedName("");
+    m_componentsDepth = 0;
+    m_registryDepth = 0;
+    return kConfigDirectory;
 }
 
 CSorrel::~CSorrel() = default;
 
 void CSorrel::setApplicationname(const std::string& name) {
     storeAppname(name);
-    m_container.setAppname(m_appname);
+    m_container.setAppname(name);
 }
 
 void CSorrel::setApplicationname_Nosorrel(const std::string& name) {
     storeAppname(name);
 }
 
-// syslog keeps the address of the characters, so the previous name is freed only after openlog was given the new one.
 void CSorrel::storeAppname(const std::string& name) {
-    std::string previous(name);
-    m_appname.swap(previous);
-    openlog(m_appname.c_str(), LOG_PID | LOG_NDELAY, LOG_USER);
+    const std::string& lasting = sorrel::internedName(name);
+    if (isGone(m_container)) {
+        return;
+    }
+    const std::lock_guard<std::mutex> guard(sorrel::leafLock);
+    m_appname = name;
+    __atomic_store_n(&m_namedAs, &lasting, __ATOMIC_RELEASE);
+    openlog(lasting.c_str(), LOG_PID | LOG_NDELAY, LOG_USER);
 }
 
 const std::string& CSorrel::getAppname() const {
-    return m_appname;
+    return *__atomic_load_n(&m_namedAs, __ATOMIC_ACQUIRE);
 }

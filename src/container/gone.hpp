@@ -1,0 +1,39 @@
+// Containers that are gone although threads may still come to them. Shared with src/core.
+#ifndef SORREL_CONTAINER_GONE_HPP
+#define SORREL_CONTAINER_GONE_HPP
+
+#include <atomic>
+
+namespace sorrel {
+
+class CLogTargetContainer;
+
+// The containers of the process's loggers whose end at exit has begun.
+inline std::atomic<int> goneContainerCount{0};
+inline std::atomic<const CLogTargetContainer*> goneContainers[2] = {};
+
+inline void markGone(const CLogTargetContainer& container) noexcept {
+    goneContainers[goneContainerCount.load()].store(&container);
+    goneContainerCount.fetch_add(1);
+}
+
+inline bool isGone(const CLogTargetContainer& container) noexcept {
+    if (goneContainerCount.load() == 0) {
+        return false;
+    }
+    return goneContainers[0].load() == &container || goneContainers[1].load() == &container;
+}
+
+// Locks, unless the container is gone. Whether it did.
+template <typename Lockable>
+bool lockUnlessGone(const CLogTargetContainer& container, Lockable& lockable) {
+    if (isGone(container)) {
+        return false;
+    }
+    lockable.lock();
+    return true;
+}
+
+} // namespace sorrel
+
+#endif // SORREL_CONTAINER_GONE_HPP
