@@ -1,5 +1,6 @@
 // Where the fields of the public records lie. Programs and plug-ins have these offsets compiled in, so a field never
-// moves; what is expected follows from the sizes of the field types alone, whatever the word size.
+// moves; what is expected follows from the sizes of the field types alone, whatever the word size. The container and
+// the logger have private fields behind those that are expected here.
 #include <sorrel/cfread.h>
 #include <sorrel/dynamic_module.hpp>
 #include <sorrel/level.h>
@@ -165,11 +166,11 @@ TEST(RecordLayout, NotificationsAreFourBytes) {
     EXPECT_EQ(sorrel::CLogTargetContainer::THREAD_NOTIFICATION_APPNAME, 1);
 }
 
-TEST(RecordLayout, AContainerHoldsItsFieldsInOrderWithNothingBetweenThem) {
+TEST(RecordLayout, AContainerBeginsWithItsFieldsInOrderWithNothingBetweenThem) {
     const ContainerProbe probe;
     const auto expected = Container::offsets();
     EXPECT_THAT(probe.fieldOffsets(), ElementsAreArray(expected.begin() + 1, expected.end()));
-    EXPECT_EQ(sizeof(sorrel::CLogTargetContainer), Container::size());
+    EXPECT_GE(sizeof(sorrel::CLogTargetContainer), Container::size());
 }
 
 TEST(RecordLayout, AModuleIsItsHandleThenItsPath) {
@@ -182,7 +183,7 @@ TEST(RecordLayout, AModuleIsItsHandleThenItsPath) {
     EXPECT_EQ(sizeof module, Module::size());
 }
 
-TEST(RecordLayout, ALoggerIsItsRegistryLockNameAndContainer) {
+TEST(RecordLayout, ALoggerBeginsWithItsRegistryLockNameAndContainer) {
     CSorrel logger(false);
     const auto offsets = Logger::offsets();
 
@@ -197,11 +198,14 @@ TEST(RecordLayout, ALoggerIsItsRegistryLockNameAndContainer) {
     logger.unlockComponents();
     EXPECT_TRUE(isFree(lock));
 
-    EXPECT_EQ(&fieldAt<std::string>(logger, offsets[3]), &logger.getAppname());
+    const auto& appname = fieldAt<std::string>(logger, offsets[3]);
+    EXPECT_EQ(appname, "[no-appname-set]");
+    logger.setApplicationname_Nosorrel("player");
+    EXPECT_EQ(appname, "player");
 
     auto& container = fieldAt<sorrel::CLogTargetContainer>(logger, offsets[4]);
     EXPECT_EQ(container.getDefaultCfgFilename(), "/etc/sorrel/sorrel.cfg");
-    EXPECT_EQ(sizeof logger, Logger::size());
+    EXPECT_GE(sizeof logger, Logger::size());
 }
 
 TEST(RecordLayout, ALoggerIsItsOwnConfigurationSink) {

@@ -48,7 +48,8 @@ inline bool failsNow(bool& failNextOfThisForm) {
 
 #ifndef SORREL_TESTS_NEW_IS_TAKEN
 
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+// None of them is inlined, or g++ sees malloc beside delete, or new beside free, and takes that for a mistake.
+__attribute__((noinline)) void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     ++replacedNew::count;
     if (replacedNew::failsNow(replacedNew::failNextNothrow)) {
         errno = ENOMEM;
@@ -57,7 +58,7 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return std::malloc(size == 0 ? 1 : size);
 }
 
-void* operator new(std::size_t size) {
+__attribute__((noinline)) void* operator new(std::size_t size) {
     ++replacedNew::count;
     void* const memory = replacedNew::failsNow(replacedNew::failNext) ? nullptr : std::malloc(size == 0 ? 1 : size);
     if (memory == nullptr) {
@@ -66,7 +67,6 @@ void* operator new(std::size_t size) {
     return memory;
 }
 
-// Not inlined, or g++ takes the call of free for a mistake.
 __attribute__((noinline)) void operator delete(void* memory) noexcept {
     std::free(memory);
 }

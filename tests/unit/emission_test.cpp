@@ -190,7 +190,6 @@ TEST_F(Emission, KeepsTheTextOfSorSyslogAsTheFormatOfASecondFormatting) {
     ASSERT_EQ(observations.formattings.size(), 2U);
     EXPECT_EQ(observations.formattings[0].formatText, "%s%%%%");
     EXPECT_EQ(observations.formattings[1].formatText, "text%%");
-    EXPECT_EQ(observations.formattings[1].format, observations.formattings[0].buffer);
 }
 
 TEST_F(Emission, KeepsOneBufferOfSorSyslogForTheWholeProcess) {

@@ -1,0 +1,174 @@
+// The end of a process while targets are at work.
+#include "exit_fixture.hpp"
+#include "syslog_recorder.hpp"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <atomic>
+#include <fstream>
+#include <future>
+#include <sys/syscall.h>
+
+using testing::Eq;
+using testing::ExitedWithCode;
+
+namespace {
+
+class ExitInsideTarget : public ExitFixture {
+protected:
+    // Has the hook called inside the target at the next message.
+    static void exitInsideTarget() {
+        journal::onEvent("log", [](const PluginEvent&) { std::exit(EXIT_SUCCESS); });
+    }
+
+    static bool waitsForLock(int threadId) {
+        std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/syscall");
+        long number = -1;
+        return static_cast<bool>(file >> number) && number == SYS_futex;
+    }
+
+    // A thread that stays inside a target's log for ever.
+    static void leaveThreadInsideTarget() {
+        static std::promise<void>& isInside = *new std::promise<void>;
+        journal::onEvent("log", [](const PluginEvent&) {
+            isInside.set_value();
+            for (;;) {
+                pause();
+            }
+        });
+        std::thread([] { say("stuck"); }).detach();
+        isInside.get_future().wait();
+    }
+};
+
+} // namespace
+
+TEST_F(ExitInsideTarget, LeavesThatTargetAlone) {
+    configure(target("recording") + target("recording_b"));
+    EXPECT_EXIT(
+        {
+            start();
+            exitInsideTarget();
+            say("the last one");
+        },
+        ExitedWithCode(0),
+        Eq("recording log the last one\nrecording_b factory\nrecording_b destroy\nrecording_b done\n"));
+}
+
+TEST_F(ExitInsideTarget, OnAnotherThreadLeavesThatTargetAlone) {
+    EXPECT_EXIT(
+        {
+            start();
+            exitInsideTarget();
+            std::thread([] { say("the last one"); }).join();
+        },
+        ExitedWithCode(0), Eq("recording log the last one\n"));
+}
+
+TEST_F(ExitInsideTarget, DuringACreationEndsTheProcess) {
+    EXPECT_EXIT(
+        {
+            start();
+            journal::onEvent("component", [](const PluginEvent&) { std::exit(EXIT_SUCCESS); });
+            sorrel_create_component("new", SR_INFO, "");
+        },
+        ExitedWithCode(0), Eq("recording component\n"));
+}
+
+TEST_F(ExitInsideTarget, OfTheWorkerEndsTheProcess) {
+    EXPECT_EXIT(
+        {
+            start();
+            journal::onEvent("isSyslog", [](const PluginEvent&) { std::exit(EXIT_SUCCESS); });
+            turnDial(2);
+            for (;;) {
+                pause();
+            }
+        },
+        ExitedWithCode(0), Eq("recording component\nrecording isSyslog\n"));
+}
+
+TEST_F(ExitInsideTarget, MayUseEverythingAfterwards) {
+    EXPECT_EXIT(
+        {
+            start();
+            lastWords.speak = useEverythingAndTell;
+            exitInsideTarget();
+            say("the last one");
+        },
+        ExitedWithCode(0), Eq("recording log the last one\nall silent\n"));
+}
+
+TEST_F(ExitInsideTarget, StillEndsTheWorkerThatWaitsForTheMutex) {
+    setenv("SORREL_VERBOSE_STARTUP", "1", 1);
+    SyslogRecorder recorder;
+    const pid_t child = startChild([this] {
+        start();
+        journal::onEvent("log", [this](const PluginEvent&) {
+            turnDial(2);
+            waitUntil([] {
+                const std::set<int> ids = threadIds();
+                return std::any_of(ids.begin(), ids.end(), [](int id) { return id != getpid() && waitsForLock(id); });
+            });
+            std::exit(kChildPassed);
+        });
+        say("the last one");
+        return false;
+    });
+    EXPECT_EQ(endOfChild(child), kChildPassed);
+    EXPECT_EQ(recorder.count("logtarget-container: got exit message - ending thread."), 1);
+}
+
+TEST_F(ExitInsideTarget, WhileAThreadHoldsTheComponentsLockEndsTheProcess) {
+    EXPECT_EXIT(
+        {
+            start();
+            std::promise<void> locked;
+            std::thread([&locked] {
+                CSorrel::getInstance()->lockComponents();
+                locked.set_value();
+                for (;;) {
+                    pause();
+                }
+            }).detach();
+            locked.get_future().wait();
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), Eq(kReleased));
+}
+
+TEST_F(ExitInsideTarget, WhileAThreadIsStuckInATargetLeavesThatTargetAlone) {
+    configure(target("recording") + target("recording_b"));
+    EXPECT_EXIT(
+        {
+            start();
+            leaveThreadInsideTarget();
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), Eq("recording log stuck\nrecording_b factory\nrecording_b destroy\nrecording_b done\n"));
+}
+
+TEST_F(ExitInsideTarget, WhileThreadsLogEndsTheProcess) {
+    for (int i = 0; i < 50; ++i) {
+        const pid_t child = startChild([] {
+            net = buildLogger();
+            std::atomic<int> logged{0};
+            for (int k = 0; k < 4; ++k) {
+                std::thread([&logged] {
+                    for (;;) {
+                        say("storm");
+                        ++logged;
+                        sorrel_create_component("of the storm", SR_INFO, "64=INFO");
+                        componentNames();
+                    }
+                }).detach();
+            }
+            waitUntil([&] { return logged > 20; });
+            lastWords.speak = useEverything;
+            std::exit(kChildPassed);
+            return false;
+        });
+        ASSERT_EQ(endOfChild(child), kChildPassed) << "exit " << i;
+    }
+}

@@ -1,0 +1,146 @@
+// The watch of the configuration in a forked child: its own, from its first message on.
+#include "fork_fixture.hpp"
+#include "syslog_recorder.hpp"
+
+#include <cerrno>
+#include <sys/syscall.h>
+
+namespace {
+
+bool refuseInotify = false;
+
+class ForkWatch : public ForkFixture {
+protected:
+    void build() { net = buildLogger(); }
+};
+
+} // namespace
+
+extern "C" int fakeInotifyInit() __asm__("inotify_init");
+extern "C" int fakeInotifyInit() {
+    if (refuseInotify) {
+        errno = EMFILE;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_inotify_init1, 0));
+}
+
+TEST_F(ForkWatch, ChildThatOnlyExecutesAProgramPaysNothing) {
+    build();
+    EXPECT_TRUE(isWatching());
+    EXPECT_TRUE(passesInChild([] { return hasNoWatch() && threadIds().size() == 1; }));
+}
+
+TEST_F(ForkWatch, ChildArmsItsOwnWatchAtItsFirstMessage) {
+    build();
+    EXPECT_TRUE(passesInChild([this] {
+        say("from the child");
+        const bool armed = isWatching() && threadIds().size() == 2;
+        turnDial(2);
+        return armed && readsDial(2);
+    }));
+    expectParentStillWatches();
+}
+
+TEST_F(ForkWatch, ChildArmsItsOwnWatchAtItsFirstNewComponent) {
+    build();
+    EXPECT_TRUE(passesInChild([] {
+        sorrel_create_component("of the child", SR_INFO, "");
+        return isWatching();
+    }));
+}
+
+TEST_F(ForkWatch, MessageThatDoesNotPassDoesNotArmTheWatch) {
+    build();
+    EXPECT_TRUE(passesInChild([] {
+        _sorrel(sorrel::sorrel_get_component_by_name("dial"), SR_INFO, "does not pass");
+        return hasNoWatch();
+    }));
+}
+
+TEST_F(ForkWatch, ChildReadsOnceWhatChangedBeforeItsWatch) {
+    build();
+    EXPECT_TRUE(passesInChild([this] {
+        journal::clear();
+        turnDial(2); // nobody watches
+        say("from the child");
+        const bool gotFirst = readsDial(2);
+        turnDial(3);
+        const bool gotSecond = readsDial(3);
+        // The last step of a re-read, for a target that stays.
+        const bool bothDone = waitUntil([] { return journal::ofKind("isSyslog").size() >= 2; });
+        return gotFirst && gotSecond && bothDone && journal::ofKind("isSyslog").size() == 2;
+    }));
+}
+
+TEST_F(ForkWatch, ChildWatchesTheFileOfTheApplication) {
+    turnDialOf("app", 1);
+    build();
+    sorrel_set_applicationname("app");
+    EXPECT_TRUE(passesInChild([this] {
+        turnDialOf("app", 2);
+        say("from the child");
+        const bool gotFirst = readsDial(2);
+        turnDialOf("app", 3);
+        return gotFirst && readsDial(3);
+    }));
+}
+
+TEST_F(ForkWatch, ChildOfAChildThatDidNotLogArmsItsOwnWatch) {
+    build();
+    EXPECT_TRUE(passesInChild([this] {
+        return passesInChild([this] { // as daemon(3) and its like do
+            say("from the grandchild");
+            turnDial(2);
+            return isWatching() && readsDial(2);
+        });
+    }));
+}
+
+TEST_F(ForkWatch, ChildOfAChildThatLoggedArmsItsOwnWatch) {
+    build();
+    EXPECT_TRUE(passesInChild([this] {
+        say("from the child");
+        const bool grandchildPassed = passesInChild([this] {
+            say("from the grandchild");
+            turnDial(2);
+            return isWatching() && readsDial(2);
+        });
+        turnDial(3);
+        return grandchildPassed && readsDial(3);
+    }));
+}
+
+TEST_F(ForkWatch, ChildOfAProcessWithoutWatchHasNoneEither) {
+    removeConfiguration();
+    build();
+    EXPECT_TRUE(passesInChild([this] {
+        say("from the child");
+        return hasNoWatch();
+    }));
+}
+
+TEST_F(ForkWatch, ChildWithoutInotifyLogsUnwatchedAndDoesNotTryAgain) {
+    setenv("SORREL_VERBOSE_STARTUP", "1", 1);
+    SyslogRecorder recorder;
+    build();
+    EXPECT_TRUE(passesInChild([this] {
+        refuseInotify = true;
+        say("first");
+        refuseInotify = false;
+        say("second");
+        return hasText("first") && hasText("second") && hasNoWatch() && threadIds().size() == 1;
+    }));
+    EXPECT_EQ(
+        recorder.count("logtarget-container: unable to initialize event-handling - not worker thread will be spawned"),
+        1);
+}
+
+TEST_F(ForkWatch, LoggerThatIsBuiltInTheChildOnlyIsAsAnyOther) {
+    EXPECT_TRUE(passesInChild([this] {
+        build();
+        say("from the child");
+        turnDial(2);
+        return hasText("from the child") && isWatching() && readsDial(2);
+    }));
+}

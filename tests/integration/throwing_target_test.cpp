@@ -1,0 +1,225 @@
+// Targets that throw: the locks are free afterwards, what was there still works, and the caller gets the exception.
+#include "container_fixture.hpp"
+#include "logger_fixture.hpp"
+#include "watchdog.hpp"
+
+#include <gmock/gmock.h>
+#include <stdexcept>
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::SizeIs;
+
+namespace {
+
+// Whether another thread gets a message through.
+bool canLogFromAnotherThread(const std::string& text) {
+    sorrel_component component{"other", 0xffffffffU, {}};
+    std::thread([&] {
+        try {
+            _sorrel(&component, SR_INFO, "%s", text.c_str());
+        } catch (const std::runtime_error&) { // from the target that throws, which comes behind the other one
+        }
+    }).join();
+    return !journal::texts().empty() && journal::texts().back() == text;
+}
+
+// The configured logger, with a target that throws from one of its operations behind a sound one.
+class ThrowingTarget : public LoggerFixture {
+protected:
+    void configureThrowing(const std::string& kind) const {
+        configure(target("recording") + target("throwing", "throw=" + kind));
+    }
+
+    template <class Call>
+    static void expectThrows(const std::string& kind, Call call) {
+        try {
+            call();
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(error.what(), "throwing: " + kind);
+        }
+        EXPECT_TRUE(canLogFromAnotherThread("after it"));
+    }
+
+private:
+    Watchdog m_watchdog;
+};
+
+} // namespace
+
+TEST_F(ThrowingTarget, OfAMessageIsMetByItsCaller) {
+    configureThrowing("log");
+    sorrel_component* const component = sorrel_create_component("net", SR_ALL, "");
+    expectThrows("log", [&] { _sorrel(component, SR_INFO, "hello"); });
+    expectThrows("log", [&] { sor_syslog(component, SR_INFO, "hello"); });
+    expectThrows("log", [&] { sorrel_dump(component, SR_INFO, "a", 1); });
+    EXPECT_THAT(textsOf("recording"), Contains("hello").Times(2));
+}
+
+TEST_F(ThrowingTarget, OfANewComponentIsMetByItsCreatorAndTheComponentIsRegistered) {
+    configure(target("recording"));
+    CSorrel::getInstance();
+    configureThrowing("component");
+    sorrel_set_applicationname("player"); // re-reads
+    expectThrows("component", [] { sorrel_create_component("net", SR_INFO, ""); });
+    EXPECT_THAT(componentNames(), Contains("net"));
+    ASSERT_NE(sorrel::sorrel_get_component_by_name("net"), nullptr);
+    EXPECT_EQ(sorrel::sorrel_get_component_by_name("net")->mask, SR_INFO->mask);
+}
+
+TEST_F(ThrowingTarget, OfANameIsMetByTheOneWhoNames) {
+    configureThrowing("appname");
+    CSorrel::getInstance();
+    expectThrows("appname", [] { sorrel_set_applicationname("player"); });
+    EXPECT_EQ(CSorrel::getInstance()->getAppname(), "player");
+    expectThrows("appname", [] { sorrel_set_applicationname("recorder"); });
+}
+
+TEST_F(ThrowingTarget, InAReReadIsMetByTheOneWhoNamesAndTheOthersStay) {
+    for (const std::string kind : {"create", "getName", "isSyslog"}) {
+        configure(target("recording"));
+        sorrel_set_applicationname(("before " + kind).c_str());
+        configureThrowing(kind);
+        expectThrows(kind, [&] { sorrel_set_applicationname(("player " + kind).c_str()); });
+        configure(target("recording"));
+        if (kind == "isSyslog") { // the only one that was loaded
+            sorrel_set_applicationname("after");
+            EXPECT_THAT(journal::lines(), Contains("recording appname after"));
+        }
+    }
+}
+
+TEST_F(ThrowingTarget, InItsInitFunctionIsMetByTheOneWhoNames) {
+    configure(target("recording"));
+    CSorrel::getInstance();
+    configure(target("recording") + target("throwing_init"));
+    expectThrows("init", [] { sorrel_set_applicationname("player"); });
+    configure(target("recording"));
+    sorrel_set_applicationname("recorder");
+    EXPECT_THAT(journal::lines(), Contains("recording appname recorder"));
+}
+
+TEST_F(ThrowingTarget, InTheFirstReadIsMetByTheFirstCallerAndTheNextOneTriesAgain) {
+    configureThrowing("isSyslog");
+    EXPECT_THROW(CSorrel::getInstance(), std::runtime_error);
+    EXPECT_THAT(journal::lines(), Contains("recording destroy"));
+    EXPECT_THAT(journal::lines(), Contains("throwing destroy"));
+    configure(target("recording"));
+    EXPECT_TRUE(canLogFromAnotherThread("hello"));
+}
+
+TEST_F(ThrowingTarget, InAMessageOfItsOwnIsMetThroughTheOuterOne) {
+    configure(target("recording") + target("throwing", "throw=log"));
+    sorrel_component* const component = sorrel_create_component("net", SR_ALL, "");
+    int depth = 0;
+    const ScopedHook hook("log", [&](const PluginEvent& event) {
+        if (event.library == "recording" && ++depth < 4) {
+            _sorrel(component, SR_INFO, "inner");
+        }
+    });
+    EXPECT_THROW(_sorrel(component, SR_INFO, "hello"), std::runtime_error);
+    EXPECT_EQ(depth, 4);
+    EXPECT_TRUE(canLogFromAnotherThread("after it"));
+}
+
+namespace {
+
+// A container of the test's own, whose entries can be looked at.
+class ThrowingSweep : public ContainerFixture {
+protected:
+    ThrowingSweep() : m_container(directory(), false) {
+        configure(targetLine("recording") + targetLine("recording_b") + targetLine("without_hooks"));
+        m_container->onCfgUpdate();
+        configure(targetLine("without_hooks"));
+    }
+
+    // The sweep comes to "recording" first.
+    void expectBrokenOffAt(const std::string& kind) {
+        {
+            const ScopedHook hook(kind, [](const PluginEvent&) { throw std::runtime_error("a target"); });
+            EXPECT_THROW(m_container->onCfgUpdate(), std::runtime_error);
+        }
+        EXPECT_TRUE(isLockFree(*m_container));
+        EXPECT_THAT(m_container.targets, SizeIs(3));
+        journal::clear();
+        m_container.send("hello");
+        EXPECT_THAT(journal::lines(),
+                    ElementsAre("recording log hello", "recording_b log hello", "without_hooks log hello"));
+    }
+
+    void expectTheNextOneUnloadsThem() {
+        m_container->onCfgUpdate();
+        EXPECT_THAT(m_container.targets, SizeIs(1));
+        EXPECT_FALSE(isLibraryOpen(pluginPath("recording")));
+        EXPECT_FALSE(isLibraryOpen(pluginPath("recording_b")));
+    }
+
+    OpenContainer m_container;
+};
+
+} // namespace
+
+TEST_F(ThrowingSweep, ATargetThatCannotBeNamedStaysLoadedAndUsable) {
+    expectBrokenOffAt("getName");
+    expectTheNextOneUnloadsThem();
+}
+
+TEST_F(ThrowingSweep, ATargetThatCannotBeDestroyedStaysLoadedAndUsable) {
+    expectBrokenOffAt("destroy");
+    expectTheNextOneUnloadsThem();
+}
+
+TEST_F(ThrowingSweep, ATargetWhoseFactoryIsNotGivenStaysLoadedAndUsable) {
+    expectBrokenOffAt("factory");
+    expectTheNextOneUnloadsThem();
+}
+
+namespace {
+
+// What is thrown on the worker.
+class ThrowingOnTheWorker : public ContainerFixture, public testing::WithParamInterface<std::string> {
+protected:
+    ThrowingOnTheWorker() { configure(targetLine("recording")); }
+
+    static std::size_t targetCount(OpenContainer& container) {
+        const std::lock_guard<sorrel::CLogTargetContainer> lock(*container);
+        return container.targets.size();
+    }
+};
+
+} // namespace
+
+TEST_P(ThrowingOnTheWorker, IsSwallowedAndTheNextRewriteIsReRead) {
+    OpenContainer container(directory(), true);
+    const std::string line =
+        GetParam() == "init" ? targetLine("throwing_init") : targetLine("throwing", "throw=" + GetParam());
+    for (int i = 1; i <= 3; ++i) {
+        configure(targetLine("recording") + line + "component=net,1\n");
+        ASSERT_TRUE(waitForWorkerRereads(container, 2 * i - 1));
+        EXPECT_TRUE(isLockFree(*container));
+        configure(targetLine("recording"));
+        ASSERT_TRUE(waitForWorkerRereads(container, 2 * i));
+    }
+    EXPECT_EQ(targetCount(container), 1U);
+    container.send("hello");
+    EXPECT_EQ(journal::lines().back(), "recording log hello");
+    for (const SyslogRecord& record : diagnostics().records()) {
+        EXPECT_GE(record.priority, 6) << record.text << ": nothing is said about it";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(From, ThrowingOnTheWorker, testing::Values("init", "create", "getName", "isSyslog"));
+
+TEST_F(ThrowingOnTheWorker, InASweepIsSwallowedAndTheNextRewriteUnloadsTheTarget) {
+    OpenContainer container(directory(), true);
+    {
+        const ScopedHook hook("destroy", [](const PluginEvent&) { throw std::runtime_error("a target"); });
+        configure("");
+        ASSERT_TRUE(waitForWorkerRereads(container, 1));
+        EXPECT_EQ(targetCount(container), 1U);
+    }
+    configure("# once more\n");
+    ASSERT_TRUE(waitForWorkerRereads(container, 2));
+    EXPECT_EQ(targetCount(container), 0U);
+}

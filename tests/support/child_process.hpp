@@ -1,0 +1,41 @@
+// Children that are forked without exec, and end by themselves when they hang.
+#ifndef SORREL_TESTS_CHILD_PROCESS_HPP
+#define SORREL_TESTS_CHILD_PROCESS_HPP
+
+#include <cerrno>
+#include <sys/wait.h>
+#include <unistd.h>
+
+constexpr unsigned int kChildPatienceSeconds = 20;
+
+// What a child ends with when all went well. Not 0, which is also what a process ends with by accident.
+constexpr int kChildPassed = 42;
+
+// Waits for a child. Its exit code, or the negative number of the signal that ended it: -SIGALRM when it hung.
+inline int endOfChild(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) == -1) {
+        if (errno != EINTR) {
+            return -1000;
+        }
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+// Forks a child that does one thing and ends at once: with kChildPassed when that returned true.
+template <class Function>
+pid_t startChild(Function function) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(kChildPatienceSeconds);
+        _exit(function() ? kChildPassed : 1);
+    }
+    return child;
+}
+
+template <class Function>
+bool passesInChild(Function function) {
+    return endOfChild(startChild(function)) == kChildPassed;
+}
+
+#endif // SORREL_TESTS_CHILD_PROCESS_HPP

@@ -1,0 +1,106 @@
+// A process that exits while it logs.
+#ifndef SORREL_TESTS_EXIT_FIXTURE_HPP
+#define SORREL_TESTS_EXIT_FIXTURE_HPP
+
+#include "child_process.hpp"
+#include "dial_fixture.hpp"
+
+// What the target "recording" sees of its end.
+inline constexpr char kReleased[] = "recording factory\nrecording destroy\nrecording done\n";
+
+// Does something when the static objects of this program are destroyed, which is after the logger.
+struct LastWords {
+    LastWords() = default;
+    LastWords(const LastWords&) = delete;
+    LastWords& operator=(const LastWords&) = delete;
+    ~LastWords() {
+        if (speak != nullptr) {
+            speak();
+        }
+    }
+
+    void (*speak)() = nullptr;
+};
+
+inline LastWords lastWords;
+
+inline sorrel_component* net = nullptr;
+
+inline void expectAtExit(bool condition, const char* what) {
+    if (!condition) {
+        std::fprintf(stderr, "wrong: %s\n", what);
+        _exit(EXIT_FAILURE);
+    }
+}
+
+inline void say(const char* text) {
+    _sorrel(net, SR_INFO, "%s", text);
+}
+
+inline void logInEveryWay() {
+    say("late");
+    sor_syslog(net, SR_INFO, "late");
+    sorrel_dump(net, SR_INFO, "late", 4);
+    sorrel_init(net, "late");
+    sorrel_init_nosorrel("late");
+    sorrel_enter_function(net, "late");
+    sorrel_leave_function(net);
+    sorrel_done(net);
+}
+
+inline void expectNothingIsFound() {
+    std::vector<std::string> names;
+    sorrel::sorrel_get_component_names(names);
+    expectAtExit(names.empty(), "names");
+    std::vector<std::pair<unsigned int, std::string>> descriptions;
+    sorrel::sorrel_get_level_descriptions("net", descriptions);
+    expectAtExit(descriptions.empty(), "descriptions");
+    expectAtExit(sorrel::sorrel_get_component_by_name("net") == nullptr, "component by name");
+    expectAtExit(sorrel::sorrel_get_component_level("net") == 0, "component level");
+    expectAtExit(sorrel::sorrel_get_name_by_component(net) == "net", "name by component");
+}
+
+inline void expectNothingIsChanged() {
+    const unsigned int mask = net->mask;
+    sorrel::sorrel_set_component_level("net", 1);
+    expectAtExit(CSorrel::getInstance()->updateComponentLevel("net", "1") == 0, "update of a level");
+    expectAtExit(net->mask == mask, "mask");
+    expectAtExit(sorrel_create_component("late", SR_INFO, "") == &CSorrel::ms_OOMFallbackComp, "creation");
+    expectAtExit(std::string(sorrel_set_applicationname("late")) == "late", "application name");
+    expectAtExit(std::string(sorrel_set_applicationname_nosorrel("late")) == "late", "plain application name");
+}
+
+inline void expectAccessorsWork() {
+    expectAtExit(CSorrel::getInstance() != nullptr, "logger");
+    expectAtExit(CSorrel::getInstance_NoSorrel() != nullptr, "plain logger");
+    CSorrel::getInstance()->lockComponents();
+    CSorrel::getInstance()->unlockComponents();
+    expectAtExit(CSorrel::getInstance()->getAppname() == "[no-appname-set]", "stored name");
+    expectAtExit(sorrel_level_to_prio(SR_INFO) == 6, "priority");
+}
+
+inline void useEverything() {
+    logInEveryWay();
+    expectNothingIsFound();
+    expectNothingIsChanged();
+    expectAccessorsWork();
+}
+
+inline void useEverythingAndTell() {
+    useEverything();
+    std::fputs("all silent\n", stderr);
+}
+
+class ExitFixture : public DialFixture {
+protected:
+    // In the child of a death test: the calls of the targets go to its standard error from now on.
+    static void start() {
+        alarm(kChildPatienceSeconds);
+        net = buildLogger();
+        CSorrel::getInstance_NoSorrel();
+        journal::clear();
+        journal::echoTo(STDERR_FILENO);
+    }
+};
+
+#endif // SORREL_TESTS_EXIT_FIXTURE_HPP
