@@ -207,7 +207,9 @@ TEST_F(MessagePath, DepthAndFunctionAreThoseOfTheMomentOfTheCall) {
     sorrel_enter_function(nullptr, "connect");
     const ScopedHook hook("log", [](const PluginEvent& event) {
         if (event.library == "recording") {
+            sorrel_leave_function(nullptr);
             sorrel_enter_function(nullptr, "log");
+            sorrel_enter_function(nullptr, "write");
         }
     });
     _sorrel(m_net, SR_INFO, "hello");
