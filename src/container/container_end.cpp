@@ -33,13 +33,13 @@ void endAtExit(CLogTargetContainer& container, const int& loggersDepth) {
 void CLogTargetContainer::stopWorker(bool join) {
     if (m_worker != nullptr && m_worker->joinable()) {
         const bool own = m_worker->get_id() == std::this_thread::get_id();
-        if (m_pipeFds[1] != -1 && !isOwnDescriptor(m_pipeFds[1], PIPE_WRITE_END)) {
-            m_worker->detach(); // somebody closed the descriptors: there is no way to tell it
-        } else if (threadNotifyTerminate() != 0) {
+        // Somebody may have closed the descriptors: then there is no way to tell it.
+        const bool pipeIsLost = m_pipeFds[1] != -1 && !isOwnDescriptor(m_pipeFds[1], PIPE_WRITE_END);
+        if (!pipeIsLost && threadNotifyTerminate() != 0) {
             sorrel_tangleLog(LOG_ERR,
                              "logtarget-container: unable to terminate worker thread - forcing exit. (errno=%s)",
                              std::strerror(errno));
-        } else if (own || !join) {
+        } else if (pipeIsLost || own || !join) {
             m_worker->detach();
         } else {
             m_worker->join();
