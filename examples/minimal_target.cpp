@@ -38,7 +38,7 @@ public:
     void destroyObject(sorrel::IDynamicObject* object) override { delete object; }
 };
 
-Factory factory; // no destructor of its own: targets are released after the static objects of this library are gone
+Factory factory; // belongs to this library, which hands out the same one each time
 
 } // namespace
 

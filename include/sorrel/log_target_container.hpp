@@ -226,7 +226,7 @@ private:
     SORREL_LOCAL void onInotifyEvent();
     SORREL_LOCAL bool onNotification();
 
-    // Guarded by the mutex, but the destructor looks at the first three without it.
+    // Guarded by the mutex, but at exit the first three are looked at without it.
     int m_depth;                                    // operations that have not returned, all of one thread
     pthread_t m_holder;                             // that thread
     const CPluggableLogModule* m_busy[kMaxNesting]; // the target that each of them is in, or null

@@ -31,8 +31,8 @@ struct ForkAccess;
 // fork(2). A child has working loggers, whatever other threads did at the moment of the fork. It has no thread; the
 // first call that needs the container sets up a watch of its own. vfork(2) and raw clone(2) are not looked after.
 //
-// Exit. A logger is destroyed by an exit handler. Afterwards, and in threads that still run, its operations do nothing:
-// look-ups find nothing, creation gives ms_OOMFallbackComp.
+// Exit. An exit handler ends the two loggers of the process. Afterwards, also in threads that still run, its operations
+// do nothing: look-ups find nothing, creation gives ms_OOMFallbackComp.
 class SORREL_API CSorrel : public sorrel::IComponentCfgUpdateSink {
 public:
     // What the logger knows of one thread; made when the thread first logs, is named or is traced, and destroyed when
