@@ -4,6 +4,7 @@ option(SORREL_BUILD_BENCH "Build the benchmarks (needs Google Benchmark)" ${PROJ
 option(SORREL_BUILD_TARGETS "Build the log targets (needs libfmt)" ${PROJECT_IS_TOP_LEVEL})
 option(SORREL_BUILD_TOOLS "Build the command-line tools (there are none yet)" ${PROJECT_IS_TOP_LEVEL})
 option(SORREL_BUILD_EXAMPLES "Build the example programs" ${PROJECT_IS_TOP_LEVEL})
+option(SORREL_BUILD_FUZZERS "Build the fuzzers (needs clang's libFuzzer)" OFF)
 
 option(SORREL_REQUIRE_DEPENDENCIES "Fail, instead of leaving a part out, when a dependency is missing" OFF)
 option(SORREL_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
