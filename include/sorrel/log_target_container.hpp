@@ -20,7 +20,7 @@ namespace sorrel {
 
 struct ForkAccess;
 class CLogTargetContainer;
-SORREL_LOCAL void endAtExit(CLogTargetContainer& container, const int& loggersDepth);
+SORREL_LOCAL void endAtExit(CLogTargetContainer& container, const int& loggersDepth, int& patience);
 
 // A recursive POSIX mutex and nothing else: its size and place are those of the pthread_mutex_t.
 class SORREL_LOCAL CRecursiveMutex {
@@ -186,9 +186,10 @@ protected:
 private:
     class Scope; // an operation that holds the mutex; src/container/container_scope.hpp
     friend struct ForkAccess;
-    friend void endAtExit(CLogTargetContainer& container, const int& loggersDepth);
+    friend void endAtExit(CLogTargetContainer& container, const int& loggersDepth, int& patience);
 
     static constexpr int kMaxNesting = 16;
+    static constexpr int kMaxRereads = 16; // in a row, each asked for by the one before
 
     // Which file a descriptor stood for when it was opened; the inode is 0 before.
     struct DescriptorIdentity {
@@ -202,7 +203,7 @@ private:
     SORREL_LOCAL void watch();
     SORREL_LOCAL void startWorker();
     SORREL_LOCAL std::thread spawnWatcher();
-    SORREL_LOCAL void stopWorker(bool join);
+    SORREL_LOCAL void stopWorker();
     SORREL_LOCAL void keepDescriptor(int fd, DescriptorIndex index);
     SORREL_LOCAL bool isOwnDescriptor(int fd, DescriptorIndex index) const;
     SORREL_LOCAL void closeOwn(int& fd, DescriptorIndex index);
@@ -210,25 +211,28 @@ private:
     SORREL_LOCAL void closeDescriptors();
     SORREL_LOCAL void forgetParent();
     SORREL_LOCAL bool giveBackMutex(const int& loggersDepth);
-    SORREL_LOCAL bool waitForOthers() const;
+    SORREL_LOCAL bool waitForOthers(int& patience) const;
+    SORREL_LOCAL bool othersAreInTarget() const;
     SORREL_LOCAL bool isBusy(const CPluggableLogModule& entry) const;
     SORREL_LOCAL void releaseTarget(CPluggableLogModule& entry);
     SORREL_LOCAL void releaseTargets();
     SORREL_LOCAL void storeAppname(const std::string& name);
     SORREL_LOCAL std::string currentAppname() const;
+    SORREL_LOCAL std::string cfgFilenameOf(const std::string& appname) const;
     SORREL_LOCAL std::string chooseCfgFilename() const;
     SORREL_LOCAL void reread(Scope& scope);
     template <typename Operation>
     SORREL_LOCAL void perform(Operation operation);
-    SORREL_LOCAL bool doWhatWaits(Scope& scope);
+    SORREL_LOCAL void doWhatWaits(Scope& scope, bool& tellWorker);
+    SORREL_LOCAL void rereadRenamed(Scope& scope);
+    SORREL_LOCAL void tellWorkerTheName(bool wanted);
     SORREL_LOCAL void watchAgain();
     SORREL_LOCAL void unloadUnseenTargets(Scope& scope);
     SORREL_LOCAL void onInotifyEvent();
     SORREL_LOCAL bool onNotification();
 
-    // Guarded by the mutex, but at exit the first three are looked at without it.
+    // Guarded by the mutex, but at exit the first two are looked at without it.
     int m_depth;                                    // operations that have not returned, all of one thread
-    pthread_t m_holder;                             // that thread
     const CPluggableLogModule* m_busy[kMaxNesting]; // the target that each of them is in, or null
     bool m_rereadWanted;                            // asked for while an operation was on
     bool m_renamed;                                 // the targets and the worker are still to be told the name

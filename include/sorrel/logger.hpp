@@ -128,7 +128,7 @@ private:
     SORREL_LOCAL bool enterContainer();
     SORREL_LOCAL void leaveContainer();
     SORREL_LOCAL bool enterRegistry();
-    SORREL_LOCAL void drainRegistry();
+    SORREL_LOCAL void drainRegistry(int& patience);
     SORREL_LOCAL void registerComponent(sorrel_component& component);
 
     std::map<std::string, sorrel_component*> m_components;

@@ -20,7 +20,11 @@ std::string CLogTargetContainer::getDefaultCfgFilename() const {
 }
 
 std::string CLogTargetContainer::getAppCfgFilename() const {
-    return m_configPath + "/sorrel-" + currentAppname() + ".cfg";
+    return cfgFilenameOf(currentAppname());
+}
+
+std::string CLogTargetContainer::cfgFilenameOf(const std::string& appname) const {
+    return m_configPath + "/sorrel-" + appname + ".cfg";
 }
 
 void CLogTargetContainer::storeAppname(const std::string& name) {
@@ -35,8 +39,9 @@ std::string CLogTargetContainer::currentAppname() const {
 
 // One file is read, never both: that of the application replaces the default one.
 std::string CLogTargetContainer::chooseCfgFilename() const {
-    if (!currentAppname().empty()) {
-        std::string file = getAppCfgFilename();
+    const std::string appname = currentAppname();
+    if (!appname.empty()) {
+        std::string file = cfgFilenameOf(appname);
         if (access(file.c_str(), F_OK) == 0) {
             return file;
         }
@@ -48,7 +53,11 @@ void CLogTargetContainer::reread(Scope& scope) {
     const std::string file = chooseCfgFilename();
     sorrel_tangleLog(LOG_DEBUG, "logtarget-container: reading sorrel-config from file \"%s\"", file.c_str());
     __atomic_store_n(&m_hasSyslogTarget, false, __ATOMIC_RELAXED);
-    if (cfread_parse_with_callback(file.c_str(), Callback_Cfread, this, 0) != 0) {
+    const int rc = cfread_parse_with_callback(file.c_str(), Callback_Cfread, this, 0);
+    if (isGone(*this)) {
+        return;
+    }
+    if (rc != 0) {
         // Deliberate: without the prefix of the other messages, and nothing is unloaded. The seen flags stay as the
         // part that could be read has left them.
         sorrel_tangleLog(LOG_ERR, "unable to read sorrel-config \"%s\" - giving up.", file.c_str());
@@ -65,6 +74,9 @@ int CLogTargetContainer::Callback_Cfread(const char* key, const char* value, voi
 }
 
 int CLogTargetContainer::OnCallbackCfRead(const std::string& key, const std::string& value) {
+    if (isGone(*this)) {
+        return 1;
+    }
     sorrel_tangleLog(LOG_DEBUG, "callback \"%s\"=\"%s\"", key.c_str(), value.c_str());
     const std::string token = trimmed(key);
     if (token == "target") {
@@ -82,14 +94,24 @@ void CLogTargetContainer::unloadUnseenTargets(Scope& scope) {
         CPluggableLogModule& entry = it->second;
         scope.goInto(&entry);
         if (std::exchange(entry.seen, false)) { // cleared first: a target that throws now can be unloaded later
-            if (entry.target->isSyslogTarget()) {
+            const bool writesToSyslog = entry.target->isSyslogTarget();
+            if (isGone(*this)) {
+                return;
+            }
+            if (writesToSyslog) {
                 __atomic_store_n(&m_hasSyslogTarget, true, __ATOMIC_RELAXED);
             }
             ++it;
         } else {
             sorrel_tangleLog(LOG_INFO, "logtarget-container: unloading log-target %s (and its library \"%s\")",
                              entry.target->getName().c_str(), entry.module->getLibPath().c_str());
+            if (isGone(*this)) {
+                return;
+            }
             releaseTarget(entry);
+            if (isGone(*this)) {
+                return;
+            }
             it = m_targets.erase(it);
         }
     }

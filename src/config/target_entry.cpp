@@ -3,6 +3,7 @@
 #include <sorrel/log_target_container.hpp>
 #include <sorrel/tangle_log.h>
 
+#include "container/container_scope.hpp"
 #include "core/text_split.hpp"
 
 #include <cerrno>
@@ -14,6 +15,8 @@
 namespace {
 
 using sorrel::sorrel_tangleLog;
+
+constexpr sorrel::CPluggableLogModule kNotYetLoaded{};
 
 // Only pieces of the form name=value count, and of a name that repeats the first.
 void addParameter(std::map<std::string, std::string>& params, const std::string& text) {
@@ -68,8 +71,15 @@ int CLogTargetContainer::onCfgParamTarget(const std::string& /*key*/, const std:
         return 0;
     }
     std::unique_ptr<CDynamicModule> module(new CDynamicModule(libPath));
+    Scope::goInto(*this, &kNotYetLoaded);
     try {
-        if (ILogTarget* const target = createTarget(*module, parameters)) {
+        ILogTarget* const target = createTarget(*module, parameters);
+        if (isGone(*this)) {
+            module.release(); // stays as it is, since the process ends
+            return 0;
+        }
+        Scope::goInto(*this, nullptr);
+        if (target != nullptr) {
             m_targets.emplace(libPath, CPluggableLogModule{module.get(), target, true});
             module.release(); // the record owns it
         }

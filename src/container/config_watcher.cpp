@@ -229,7 +229,8 @@ void CLogTargetContainer::onAppnameChanged() {
     if (m_watchFd == -1 || m_inotifyFd == -1) {
         return;
     }
-    const std::string file = getAppCfgFilename();
+    const std::string appname = currentAppname();
+    const std::string file = cfgFilenameOf(appname);
     if (access(file.c_str(), F_OK) != 0) {
         return;
     }
@@ -245,11 +246,11 @@ void CLogTargetContainer::onAppnameChanged() {
         sorrel_tangleLog(
             LOG_ERR,
             "logtarget-container: Unable to watch application-specific config-file \"%s\" for changes - errno=%s",
-            currentAppname().c_str(), std::strerror(errno));
+            appname.c_str(), std::strerror(errno));
         return;
     }
     sorrel_tangleLog(LOG_DEBUG, "logtarget-container: Watching application-specific config-file \"%s\" for changes",
-                     currentAppname().c_str());
+                     appname.c_str());
 }
 
 } // namespace sorrel

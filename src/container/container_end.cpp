@@ -5,32 +5,29 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <new>
 #include <syslog.h>
 #include <unistd.h>
 
-namespace {
-
-constexpr int kMaxWaitMilliseconds = 100;
-
-} // namespace
-
 namespace sorrel {
 
 // What the destructor does, for a container that is gone; but the object stays, and other threads may be in it.
-void endAtExit(CLogTargetContainer& container, const int& loggersDepth) {
-    const bool alone = container.giveBackMutex(loggersDepth) || container.waitForOthers();
-    container.stopWorker(alone);
-    if (alone) { // otherwise the worker still uses them
+void endAtExit(CLogTargetContainer& container, const int& loggersDepth, int& patience) {
+    const bool alone = container.giveBackMutex(loggersDepth) || container.waitForOthers(patience);
+    if (alone) {
+        container.stopWorker();
         container.closeDescriptors();
+    } else if (container.m_worker != nullptr) {
+        container.m_worker->detach(); // it is stuck, or waits for the one who is, and still uses the descriptors
     }
-    container.releaseTargets();
+    if (alone || container.othersAreInTarget()) {
+        container.releaseTargets();
+    }
 }
 
 // Deliberate: a worker that could not be told to end is not joined, and destroying its thread object ends the process.
-void CLogTargetContainer::stopWorker(bool join) {
+void CLogTargetContainer::stopWorker() {
     if (m_worker != nullptr && m_worker->joinable()) {
         const bool own = m_worker->get_id() == std::this_thread::get_id();
         // Somebody may have closed the descriptors: then there is no way to tell it.
@@ -39,7 +36,7 @@ void CLogTargetContainer::stopWorker(bool join) {
             sorrel_tangleLog(LOG_ERR,
                              "logtarget-container: unable to terminate worker thread - forcing exit. (errno=%s)",
                              std::strerror(errno));
-        } else if (pipeIsLost || own || !join) {
+        } else if (pipeIsLost || own) {
             m_worker->detach();
         } else {
             m_worker->join();
@@ -61,16 +58,15 @@ bool CLogTargetContainer::giveBackMutex(const int& loggersDepth) {
     return true;
 }
 
-// Waits a short while for other threads that are inside targets. False when one of them, other than the worker, did not
-// come out.
-bool CLogTargetContainer::waitForOthers() const {
-    for (int i = 0; i < kMaxWaitMilliseconds; ++i) {
-        if (__atomic_load_n(&m_depth, __ATOMIC_SEQ_CST) == 0) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return m_worker != nullptr && pthread_equal(m_holder, m_worker->native_handle()) != 0;
+// Waits a short while for another thread's operations. False when they are not over.
+bool CLogTargetContainer::waitForOthers(int& patience) const {
+    return waitAtExit(patience, [this] { return __atomic_load_n(&m_depth, __ATOMIC_SEQ_CST) == 0; });
+}
+
+// Whether the thread whose operations are not over is inside a target: when that returns, it touches nothing any more.
+bool CLogTargetContainer::othersAreInTarget() const {
+    const int depth = __atomic_load_n(&m_depth, __ATOMIC_SEQ_CST);
+    return depth == 0 || (depth <= kMaxNesting && __atomic_load_n(&m_busy[depth - 1], __ATOMIC_RELAXED) != nullptr);
 }
 
 bool CLogTargetContainer::isBusy(const CPluggableLogModule& entry) const {

@@ -6,8 +6,6 @@
 
 #include "container/gone.hpp"
 
-#include <pthread.h>
-
 namespace sorrel {
 
 // Holds the mutex, through the virtual lock() and unlock(), for one operation, and lets the container know of it. Not
@@ -28,12 +26,14 @@ public:
     // Whether no other operation is on this thread's stack.
     bool isOutermost() const { return m_container.m_depth == 1; }
 
-    // The entry whose target is about to be called; it is not unloaded at exit while it is.
-    void goInto(const CPluggableLogModule* entry) {
-        if (m_container.m_depth <= kMaxNesting) {
-            __atomic_store_n(&m_container.m_busy[m_container.m_depth - 1], entry, __ATOMIC_RELAXED);
+    // Notes the entry whose target is about to be called: at exit it is not unloaded meanwhile. Whoever comes back from
+    // a target has to see whether the container is gone before looking at any target again.
+    static void goInto(CLogTargetContainer& container, const CPluggableLogModule* entry) {
+        if (container.m_depth > 0 && container.m_depth <= kMaxNesting) {
+            __atomic_store_n(&container.m_busy[container.m_depth - 1], entry, __ATOMIC_RELAXED);
         }
     }
+    void goInto(const CPluggableLogModule* entry) { goInto(m_container, entry); }
 
     // Calls each target, in the order of the library paths. Ends early when the container goes while a target is busy.
     template <typename Call>
@@ -55,9 +55,6 @@ private:
     bool enter() {
         if (!lockUnlessGone(m_container, m_container)) {
             return false;
-        }
-        if (m_container.m_depth == 0) {
-            m_container.m_holder = pthread_self();
         }
         // Sequentially consistent, like the marking of a container as gone: either the destructor sees this operation,
         // or this operation sees that the container is gone.

@@ -3,6 +3,8 @@
 #define SORREL_CONTAINER_GONE_HPP
 
 #include <atomic>
+#include <chrono>
+#include <thread>
 
 namespace sorrel {
 
@@ -22,6 +24,19 @@ inline bool isGone(const CLogTargetContainer& container) noexcept {
         return false;
     }
     return goneContainers[0].load() == &container || goneContainers[1].load() == &container;
+}
+
+// At exit: waits until other threads are done, as long as the patience, in milliseconds, lasts. Whether they are.
+template <typename Condition>
+bool waitAtExit(int& patience, Condition areDone) {
+    while (!areDone()) {
+        if (patience == 0) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        --patience;
+    }
+    return true;
 }
 
 // Locks, unless the container is gone. Whether it did.

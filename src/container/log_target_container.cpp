@@ -17,8 +17,8 @@ namespace sorrel {
 
 CLogTargetContainer::CLogTargetContainer(const std::string& configPath, bool active, IComponentCfgUpdateSink* sink)
     : m_configPath(configPath), m_worker(nullptr), m_hasSyslogTarget(false), m_updateSink(sink), m_epollFd(-1),
-      m_inotifyFd(-1), m_watchFd(-1), m_pipeFds{-1, -1}, m_depth(0), m_holder(), m_busy(), m_rereadWanted(false),
-      m_renamed(false), m_watchAgain(false), m_rereadFirst(false), m_processId(getpid()), m_identities() {
+      m_inotifyFd(-1), m_watchFd(-1), m_pipeFds{-1, -1}, m_depth(0), m_busy(), m_rereadWanted(false), m_renamed(false),
+      m_watchAgain(false), m_rereadFirst(false), m_processId(getpid()), m_identities() {
     TARGET_TOKEN_APPLICATION_NAME(); // built now, so that it outlives the worker, which uses it
     if (!active) {
         return;
@@ -39,7 +39,7 @@ CLogTargetContainer::~CLogTargetContainer() {
     if (getpid() != m_processId) {
         forgetParent();
     }
-    stopWorker(true);
+    stopWorker();
     closeDescriptors();
     releaseTargets();
 }
@@ -162,7 +162,7 @@ void CLogTargetContainer::setAppname(const std::string& name) {
 template <typename Operation>
 void CLogTargetContainer::perform(Operation operation) {
     bool tellWorker = false;
-    {
+    try {
         Scope scope(*this);
         if (!scope) {
             return;
@@ -172,35 +172,50 @@ void CLogTargetContainer::perform(Operation operation) {
         }
         operation(scope);
         if (m_rereadWanted && scope.isOutermost()) {
-            tellWorker = doWhatWaits(scope);
+            doWhatWaits(scope, tellWorker);
         }
+    } catch (...) {
+        tellWorkerTheName(tellWorker);
+        throw;
     }
-    // Deliberate: also without a worker, where this fails and says so.
-    if (tellWorker && threadNotfiyAppname() != 0) {
+    tellWorkerTheName(tellWorker);
+}
+
+// Deliberate: also without a worker, where this fails and says so.
+void CLogTargetContainer::tellWorkerTheName(bool wanted) {
+    if (wanted && threadNotfiyAppname() != 0) {
         sorrel_tangleLog(LOG_ERR, "logtarget-container: unable to notify thread about a changed appname");
     }
 }
 
-// Re-reads the configuration, and tells the targets a new name, until nobody asks for it any more. Whether there was a
-// new name.
-bool CLogTargetContainer::doWhatWaits(Scope& scope) {
-    bool renamed = false;
-    while (m_rereadWanted) {
+// Re-reads the configuration, and tells the targets a new name, until nobody asks for it any more. Targets that each
+// insist on another name are not heard for ever.
+void CLogTargetContainer::doWhatWaits(Scope& scope, bool& tellWorker) {
+    for (int round = 0; m_rereadWanted && !isGone(*this); ++round) {
         m_rereadWanted = false;
-        if (!m_renamed) {
+        if (round == kMaxRereads) {
+            m_renamed = false;
+        } else if (m_renamed) {
+            tellWorker = true;
+            rereadRenamed(scope);
+        } else {
             reread(scope);
-            continue;
         }
-        m_renamed = false;
-        renamed = true;
-        {
-            Scope inner(*this); // a re-read takes the mutex itself, wherever it comes from
-            reread(inner);
-        }
-        const std::string name = currentAppname();
-        scope.forEachTarget([&](ILogTarget& target) { target.setAppname(name); });
     }
-    return renamed;
+}
+
+// When the re-read throws, the next one tells the targets.
+void CLogTargetContainer::rereadRenamed(Scope& scope) {
+    m_renamed = false;
+    try {
+        Scope inner(*this); // a re-read takes the mutex itself, wherever it comes from
+        reread(inner);
+    } catch (...) {
+        m_renamed = true;
+        throw;
+    }
+    const std::string name = currentAppname();
+    scope.forEachTarget([&](ILogTarget& target) { target.setAppname(name); });
 }
 
 // A forked child has no worker. What changed since the fork is read by the new one.

@@ -6,11 +6,9 @@
 #include "core/component_index.hpp"
 #include "core/level_descriptions.hpp"
 
-#include <chrono>
 #include <memory>
 #include <new>
 #include <syslog.h>
-#include <thread>
 
 namespace {
 
@@ -135,16 +133,14 @@ bool CSorrel::enterRegistry() {
 }
 
 // At exit: gives the components lock back as often as the exiting thread holds it, and waits a short while for others.
-void CSorrel::drainRegistry() {
+void CSorrel::drainRegistry(int& patience) {
     if (m_componentsLock.try_lock()) { // free, or held by this thread
         for (int depth = m_componentsDepth; depth >= 0; --depth) {
             m_componentsLock.unlock();
         }
         return;
     }
-    for (int i = 0; i < 100 && __atomic_load_n(&m_componentsDepth, __ATOMIC_SEQ_CST) != 0; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    sorrel::waitAtExit(patience, [this] { return __atomic_load_n(&m_componentsDepth, __ATOMIC_SEQ_CST) == 0; });
 }
 
 void CSorrel::lockComponents() {

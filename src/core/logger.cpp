@@ -16,6 +16,7 @@ std::atomic<CSorrel*> sorrel::configuredLogger{nullptr};
 namespace {
 
 constexpr char kConfigDirectory[] = "/etc/sorrel";
+constexpr int kPatienceMilliseconds = 100; // with other threads, at exit
 constexpr char kFirstAppname[] = "[no-appname-set]";
 
 std::atomic<CSorrel*> plainLogger{nullptr};
@@ -63,8 +64,9 @@ CSorrel* LoggerSlot::build() {
 void LoggerSlot::end() {
     if (m_published.load(std::memory_order_acquire) != nullptr && !m_ended.exchange(true)) {
         sorrel::markGone(stored()->m_container);
-        stored()->drainRegistry();
-        sorrel::endAtExit(stored()->m_container, stored()->m_registryDepth);
+        int patience = kPatienceMilliseconds;
+        stored()->drainRegistry(patience);
+        sorrel::endAtExit(stored()->m_container, stored()->m_registryDepth, patience);
     }
 }
 

@@ -109,6 +109,17 @@ TEST_P(NestedOperations, NamingTheApplicationStoresTheNameAtOnceAndDoesTheRestAf
     EXPECT_TRUE(isLockFree(*container));
 }
 
+TEST_F(NestedOperation, TargetsThatInsistOnDifferentNamesAreNotHeardForEver) {
+    configure(targetLine("recording") + targetLine("recording_b"));
+    OpenContainer container(directory(), false);
+    container->onCfgUpdate();
+    const ScopedHook hook("appname", [&](const PluginEvent& event) { container->setAppname(event.library); });
+    container->setAppname("neither");
+    EXPECT_EQ(container.appname, "recording_b");
+    EXPECT_LT(journal::ofKind("appname").size(), 100U);
+    EXPECT_TRUE(isLockFree(*container));
+}
+
 TEST_P(NestedOperations, AReReadThatIsAskedForIsDoneOnceMoreWhenTheOutermostOperationHasEnded) {
     {
         OpenContainer container(directory(), false);

@@ -90,6 +90,22 @@ TEST_F(ThrowingTarget, InAReReadIsMetByTheOneWhoNamesAndTheOthersStay) {
     }
 }
 
+TEST_F(ThrowingTarget, InAReReadOfANewNameLeavesTheNameForTheNextReRead) {
+    configure(target("recording"));
+    sorrel_component* const component = sorrel_create_component("net", SR_ALL, "");
+    configureApp("player", target("recording") + target("throwing", "throw=create"));
+    expectThrows("create", [] { sorrel_set_applicationname("player"); });
+    EXPECT_THAT(journal::ofKind("appname"), SizeIs(0));
+    EXPECT_TRUE(waitUntil([&] { // the worker follows the file of the new name
+        configureApp("player", target("recording"));
+        return journal::waitFor([](const PluginEvent& event) { return event.kind == "appname"; },
+                                std::chrono::milliseconds(100));
+    }));
+    EXPECT_EQ(journal::ofKind("appname").front().text, "player");
+    _sorrel(component, SR_INFO, "afterwards");
+    EXPECT_EQ(textsOf("recording").back(), "afterwards");
+}
+
 TEST_F(ThrowingTarget, InItsInitFunctionIsMetByTheOneWhoNames) {
     configure(target("recording"));
     CSorrel::getInstance();

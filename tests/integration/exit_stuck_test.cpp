@@ -1,0 +1,123 @@
+// The end of a process whose threads do not come out of a target, or come out too late.
+#include "exit_fixture.hpp"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <future>
+#include <sys/syscall.h>
+
+using testing::EndsWith;
+using testing::ExitedWithCode;
+
+namespace {
+
+constexpr char kOtherIsReleased[] = "recording_b factory\nrecording_b destroy\nrecording_b done\n";
+
+// An operation in which the worker is stuck while it re-reads, whether that loads or unloads the target, and what the
+// target still sees when the worker comes back.
+struct StuckIn {
+    const char* kind;
+    bool isLoadedBefore;
+    bool isLoadedAfterwards;
+    const char* whatFollows;
+};
+
+// Never destroyed: threads look at it until the process is gone.
+struct Gate {
+    std::promise<void> isInside;
+    std::promise<void> mayGo;
+};
+
+bool isWaitingForEvents(int threadId) {
+    std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/syscall");
+    long number = -1;
+    file >> number;
+#ifdef SYS_epoll_wait
+    return number == SYS_epoll_wait || number == SYS_epoll_pwait;
+#else
+    return number == SYS_epoll_pwait;
+#endif
+}
+
+class ExitWithTheWorkerStuck : public ExitFixture, public testing::WithParamInterface<StuckIn> {
+protected:
+    ExitWithTheWorkerStuck() { configureTargets(GetParam().isLoadedBefore); }
+
+    // With the worker inside the target "recording", from where it comes back once the other target is released.
+    void exitWithTheWorkerInside(bool comesBack) const {
+        start();
+        Gate& gate = *new Gate;
+        journal::onEvent(GetParam().kind, [&gate](const PluginEvent& event) {
+            if (event.library == "recording") {
+                gate.isInside.set_value();
+                gate.mayGo.get_future().wait();
+            }
+        });
+        journal::onEvent("done", [&gate, comesBack](const PluginEvent& event) {
+            if (event.library == "recording_b" && comesBack) {
+                gate.mayGo.set_value();
+                waitUntil([] {
+                    const std::set<int> ids = threadIds();
+                    return std::any_of(ids.begin(), ids.end(), isWaitingForEvents);
+                });
+            }
+        });
+        configureTargets(GetParam().isLoadedAfterwards);
+        gate.isInside.get_future().wait();
+        std::exit(EXIT_SUCCESS);
+    }
+
+private:
+    void configureTargets(bool both) const {
+        configure((both ? target("recording") : "") + target("recording_b") + "component=dial,1\n");
+    }
+};
+
+std::string kindOf(const testing::TestParamInfo<StuckIn>& info) {
+    return info.param.kind;
+}
+
+} // namespace
+
+TEST_P(ExitWithTheWorkerStuck, ReleasesTheOtherTargets) {
+    EXPECT_EXIT(exitWithTheWorkerInside(false), ExitedWithCode(0), EndsWith(kOtherIsReleased));
+}
+
+TEST_P(ExitWithTheWorkerStuck, AWorkerThatComesBackTouchesNothingAnyMore) {
+    EXPECT_EXIT(exitWithTheWorkerInside(true), ExitedWithCode(0),
+                EndsWith(std::string(kOtherIsReleased) + GetParam().whatFollows));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    In, ExitWithTheWorkerStuck,
+    testing::Values(StuckIn{"init", false, true, "recording factory\nrecording create LogTarget\nrecording getName\n"},
+                    StuckIn{"create", false, true, "recording getName\n"}, StuckIn{"getName", false, true, ""},
+                    StuckIn{"isSyslog", true, true, ""}, StuckIn{"component", true, true, ""},
+                    StuckIn{"destroy", true, false, "recording done\n"}),
+    kindOf);
+
+using ExitWithAStuckThread = ExitFixture;
+
+// Between two operations of targets a thread may look at any of them.
+TEST_F(ExitWithAStuckThread, OutsideOfTargetsReleasesNone) {
+    EXPECT_EXIT(
+        {
+            start();
+            std::promise<void> isInside;
+            journal::onEvent("log", [&isInside](const PluginEvent&) {
+                journal::onEvent("log", nullptr);
+                journal::onEvent("component", [&isInside](const PluginEvent&) {
+                    isInside.set_value();
+                    for (;;) {
+                        pause();
+                    }
+                });
+                sorrel_create_component("inner", SR_INFO, "");
+            });
+            std::thread([] { say("outer"); }).detach();
+            isInside.get_future().wait();
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), EndsWith("recording log outer\nrecording component\n"));
+}
