@@ -2,6 +2,8 @@
 #include <sorrel/log_target_container.hpp>
 #include <sorrel/tangle_log.h>
 
+#include "container/hooks.hpp"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -145,6 +147,9 @@ void CLogTargetContainer::outerThreadStartup(CLogTargetContainer* container) {
 }
 
 int CLogTargetContainer::threadStartup() {
+    if (auto* const hook = workerStartedHook.load()) {
+        hook();
+    }
     if (m_rereadFirst) {
         m_rereadFirst = false;
         rereadSwallowing();

@@ -2,7 +2,7 @@
 #include <sorrel/dynamic_module.hpp>
 #include <sorrel/tangle_log.h>
 
-#include "container/library_hook.hpp"
+#include "container/hooks.hpp"
 
 #include <cerrno>
 #include <cstring>

@@ -2,11 +2,12 @@
 #include "core/logger_slot.hpp"
 
 #include "container/gone.hpp"
-#include "container/library_hook.hpp"
+#include "container/hooks.hpp"
 #include "core/component_index.hpp"
 #include "core/interned_name.hpp"
 #include "core/leaf_lock.hpp"
 #include "core/message_path.hpp"
+#include "core/thread_record.hpp"
 
 #include <cstdlib>
 #include <syslog.h>
@@ -35,6 +36,12 @@ void onLibraryLoaded() {
     std::atexit(endConfiguredLogger);
 }
 
+// The record's first use takes the loader's lock. When a target logs during a re-read the container's mutex is held,
+// and a thread that loads a library whose static objects log takes the two in the other order.
+void onWorkerStarted() {
+    sorrel::threadRecord();
+}
+
 } // namespace
 
 LoggerSlot configuredSlot(true, sorrel::configuredLogger);
@@ -47,6 +54,7 @@ CSorrel* LoggerSlot::build() {
     }
     m_begun = true;
     prepareForForks();
+    sorrel::workerStartedHook = onWorkerStarted;
     try {
         new (m_storage) CSorrel(m_configured);
     } catch (...) {

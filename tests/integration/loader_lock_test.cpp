@@ -1,0 +1,35 @@
+// The loader's lock is one that the library shares with all others of the process.
+#include "blocked_thread.hpp"
+#include "dial_fixture.hpp"
+#include "watchdog.hpp"
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <memory>
+
+using testing::UnorderedElementsAre;
+
+namespace {
+
+class LoaderLock : public DialFixture {
+private:
+    Watchdog m_watchdog;
+};
+
+} // namespace
+
+// The re-read holds the container's mutex, and the loading thread the loader's lock.
+TEST_F(LoaderLock, IsNotNeededForTheWorkersFirstMessageInAReRead) {
+    sorrel_component* const net = buildLogger();
+    std::unique_ptr<ObservedThread> loading;
+    const ScopedHook hook("isSyslog", [&](const PluginEvent&) {
+        loading = std::make_unique<ObservedThread>(
+            [] { EXPECT_NE(dlopen(pluginPath("static_logger").c_str(), RTLD_NOW), nullptr); });
+        EXPECT_TRUE(loading->waitUntilBlocked());
+        _sorrel(net, SR_INFO, "from the worker");
+    });
+    turnDial(2);
+    EXPECT_TRUE(readsDial(2));
+    loading.reset();
+    EXPECT_THAT(journal::texts(), UnorderedElementsAre("from the worker", "constructed"));
+}
