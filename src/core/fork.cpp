@@ -27,69 +27,76 @@ using sorrel::ForkAccess;
 
 constexpr std::size_t kMaxLocks = 7;
 
-// The locks that the forking thread holds while it forks; guarded by the slots' mutexes, which are the first two.
-std::array<pthread_mutex_t*, kMaxLocks> heldLocks;
-std::size_t heldCount = 0;
+// The locks that a forking thread has taken so far.
+struct Locks {
+    std::array<pthread_mutex_t*, kMaxLocks> held;
+    std::size_t count;
+};
+
+Locks locksOfFork; // guarded by the slots' mutexes, which are among them
 
 LoggerSlot* const kSlots[] = {&configuredSlot, &plainSlot};
 
-void releaseAll() {
-    while (heldCount > 0) {
-        pthread_mutex_unlock(heldLocks[--heldCount]);
+void release(const Locks& locks) {
+    for (std::size_t i = locks.count; i > 0; --i) {
+        pthread_mutex_unlock(locks.held[i - 1]);
     }
 }
 
-// These are waited for also when the forking thread, inside a target, holds a container's mutex: no thread that builds
-// a logger waits for that. They are tried first, for the checkers of lock orders.
-void lockSlots() {
-    for (LoggerSlot* const slot : kSlots) {
-        pthread_mutex_t* const mutex = slot->mutex().native_handle();
-        if (pthread_mutex_trylock(mutex) != 0) {
-            pthread_mutex_lock(mutex);
-        }
+// Waits for the first lock. It is tried before, for the checkers of lock orders: the forking thread may hold a
+// container's mutex, inside a target.
+Locks waitFor(pthread_mutex_t* first) {
+    if (pthread_mutex_trylock(first) != 0) {
+        pthread_mutex_lock(first);
     }
+    return {{first}, 1};
 }
 
-void noteSlots() {
-    heldCount = 0;
-    for (LoggerSlot* const slot : kSlots) {
-        heldLocks[heldCount++] = slot->mutex().native_handle();
-    }
-}
-
-// Takes one more lock if it is free; otherwise lets go of all and waits for it, holding nothing.
-bool takeOrWait(pthread_mutex_t* mutex) {
-    if (pthread_mutex_trylock(mutex) == 0) {
-        heldLocks[heldCount++] = mutex;
+bool tryOne(Locks& locks, pthread_mutex_t* mutex, pthread_mutex_t*& busy) {
+    if (mutex == locks.held[0]) {
         return true;
     }
-    releaseAll();
-    pthread_mutex_lock(mutex);
-    pthread_mutex_unlock(mutex);
-    return false;
+    if (pthread_mutex_trylock(mutex) != 0) {
+        busy = mutex;
+        return false;
+    }
+    locks.held[locks.count++] = mutex;
+    return true;
 }
 
-bool takeLoggersAndLeaf() {
+// Takes all the others that are free; the first that is not is `busy`.
+bool tryAll(Locks& locks, pthread_mutex_t*& busy) {
     for (LoggerSlot* const slot : kSlots) {
-        CSorrel* const logger = slot->loggerWithLocks();
-        if (logger != nullptr && (!takeOrWait(ForkAccess::containerMutex(*logger).native_handle()) ||
-                                  !takeOrWait(ForkAccess::componentsLock(*logger).native_handle()))) {
+        if (!tryOne(locks, slot->mutex().native_handle(), busy)) {
             return false;
         }
     }
-    return takeOrWait(sorrel::leafLock.native_handle());
+    for (LoggerSlot* const slot : kSlots) {
+        CSorrel* const logger = slot->loggerWithLocks();
+        if (logger != nullptr && (!tryOne(locks, ForkAccess::containerMutex(*logger).native_handle(), busy) ||
+                                  !tryOne(locks, ForkAccess::componentsLock(*logger).native_handle(), busy))) {
+            return false;
+        }
+    }
+    return tryOne(locks, sorrel::leafLock.native_handle(), busy);
 }
 
-// Other threads take these locks in different orders, so none is waited for while another is held.
+// Other threads take these locks in different orders, so none is waited for while another is held; the one that was
+// waited for is kept, since in a storm of messages it is hardly ever free.
 void beforeFork() {
-    do {
-        lockSlots();
-        noteSlots();
-    } while (!takeLoggersAndLeaf());
+    pthread_mutex_t* next = kSlots[0]->mutex().native_handle();
+    Locks locks = waitFor(next);
+    while (!tryAll(locks, next)) {
+        release(locks);
+        locks = waitFor(next);
+    }
+    locksOfFork = locks;
 }
 
+// The copy is this thread's own: once the last of them is given back, another thread may fork.
 void afterForkInParent() {
-    releaseAll();
+    const Locks locks = locksOfFork;
+    release(locks);
 }
 
 // A mutex that was taken by the parent's thread cannot be given back by the child's. It is made anew, and taken as
@@ -112,7 +119,6 @@ void afterForkInChild() {
         remake(slot->mutex(), slot->isBeingBuilt() ? 1 : 0);
     }
     remake(sorrel::leafLock, 0);
-    heldCount = 0;
 }
 
 } // namespace
