@@ -10,6 +10,7 @@
 #include "core/thread_record.hpp"
 
 #include <cstdlib>
+#include <cxxabi.h>
 #include <syslog.h>
 
 std::atomic<CSorrel*> sorrel::configuredLogger{nullptr};
@@ -22,18 +23,31 @@ constexpr char kFirstAppname[] = "[no-appname-set]";
 
 std::atomic<CSorrel*> plainLogger{nullptr};
 
-void endConfiguredLogger() {
-    configuredSlot.end();
+char exitHandle;                           // stands for the one exit handler of the configured logger
+thread_local bool handlerIsMoving = false; // the handler is called although the process does not end
+
+void endConfiguredLogger(void* /*unused*/) {
+    if (!handlerIsMoving) {
+        configuredSlot.end();
+    }
 }
 
 void endPlainLogger() {
     plainSlot.end();
 }
 
+void registerExitHandler() {
+    abi::__cxa_atexit(endConfiguredLogger, nullptr, &exitHandle);
+}
+
 // The static objects of a library that was loaded after the logger was built would be destroyed before the logger,
-// whose target may use them: so the logger is to be ended before them.
+// whose target may use them: so the logger is to be ended before them. A handler can only be taken away by a call of
+// it; one more for each library would never be given back.
 void onLibraryLoaded() {
-    std::atexit(endConfiguredLogger);
+    handlerIsMoving = true;
+    abi::__cxa_finalize(&exitHandle);
+    handlerIsMoving = false;
+    registerExitHandler();
 }
 
 // The record's first use takes the loader's lock. When a target logs during a re-read the container's mutex is held,
@@ -61,9 +75,11 @@ CSorrel* LoggerSlot::build() {
         m_begun = false;
         throw;
     }
-    std::atexit(m_configured ? endConfiguredLogger : endPlainLogger);
     if (m_configured) {
+        registerExitHandler();
         sorrel::libraryLoadedHook = onLibraryLoaded;
+    } else {
+        std::atexit(endPlainLogger);
     }
     m_published.store(stored(), std::memory_order_release);
     return stored();
