@@ -195,7 +195,7 @@ private:
     struct DescriptorIdentity {
         unsigned long long device;
         unsigned long long inode;
-        char link[32]; // its text in /proc/self/fd, which tells apart what has no inode of its own
+        char link[32]; // its text in /proc/self/fd, which tells apart what has no inode of its own; empty if not known
     };
     enum DescriptorIndex { EPOLL_FD, INOTIFY_FD, PIPE_READ_END, PIPE_WRITE_END };
 
@@ -207,7 +207,6 @@ private:
     SORREL_LOCAL void keepDescriptor(int fd, DescriptorIndex index);
     SORREL_LOCAL bool isOwnDescriptor(int fd, DescriptorIndex index) const;
     SORREL_LOCAL void closeOwn(int& fd, DescriptorIndex index);
-    SORREL_LOCAL void rereadSwallowing();
     SORREL_LOCAL void closeDescriptors();
     SORREL_LOCAL void forgetParent();
     SORREL_LOCAL bool giveBackMutex(const int& loggersDepth);

@@ -16,8 +16,6 @@ namespace {
 
 using sorrel::sorrel_tangleLog;
 
-constexpr sorrel::CPluggableLogModule kNotYetLoaded{};
-
 // Only pieces of the form name=value count, and of a name that repeats the first.
 void addParameter(std::map<std::string, std::string>& params, const std::string& text) {
     const std::vector<std::string> pieces = sorrel::splitAt(text, "=");
@@ -71,21 +69,24 @@ int CLogTargetContainer::onCfgParamTarget(const std::string& /*key*/, const std:
         return 0;
     }
     std::unique_ptr<CDynamicModule> module(new CDynamicModule(libPath));
-    Scope::goInto(*this, &kNotYetLoaded);
+    std::map<std::string, CPluggableLogModule> fresh; // once there is a target, nothing may fail any more
+    CPluggableLogModule& entry = fresh[libPath];
+    entry = {module.get(), nullptr, true};
+    Scope::goInto(*this, &entry);
     try {
-        ILogTarget* const target = createTarget(*module, parameters);
-        if (isGone(*this)) {
-            module.release(); // stays as it is, since the process ends
-            return 0;
-        }
-        Scope::goInto(*this, nullptr);
-        if (target != nullptr) {
-            m_targets.emplace(libPath, CPluggableLogModule{module.get(), target, true});
-            module.release(); // the record owns it
-        }
+        entry.target = createTarget(*module, parameters);
     } catch (...) {
         module.release(); // stays open for good, since the code of the exception may live in it; there is no target
         throw;
+    }
+    if (isGone(*this)) {
+        module.release(); // stays as it is, since the process ends
+        return 0;
+    }
+    Scope::goInto(*this, nullptr);
+    if (entry.target != nullptr) {
+        m_targets.merge(fresh);
+        module.release(); // the record owns it
     }
     return 0;
 }

@@ -49,6 +49,17 @@ private:
     sigset_t m_previous;
 };
 
+// What is thrown on the worker has nobody to go to; the thread goes on. A cancelled thread still unwinds.
+template <typename Work>
+void swallowExceptions(Work work) {
+    try {
+        work();
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (...) { // NOLINT(bugprone-empty-catch): what was done so far stays
+    }
+}
+
 } // namespace
 
 namespace sorrel {
@@ -152,19 +163,9 @@ int CLogTargetContainer::threadStartup() {
     }
     if (m_rereadFirst) {
         m_rereadFirst = false;
-        rereadSwallowing();
+        swallowExceptions([this] { onCfgUpdate(); });
     }
     return threadEventLoop();
-}
-
-// What a target throws has nobody to go to here; the thread goes on. A cancelled thread still unwinds.
-void CLogTargetContainer::rereadSwallowing() {
-    try {
-        onCfgUpdate();
-    } catch (const abi::__forced_unwind&) {
-        throw;
-    } catch (...) { // NOLINT(bugprone-empty-catch): the configuration stays as far as it was applied
-    }
 }
 
 int CLogTargetContainer::threadEventLoop() {
@@ -210,7 +211,7 @@ void CLogTargetContainer::onInotifyEvent() {
         return;
     }
     sorrel_tangleLog(LOG_DEBUG, "logtarget-container: sorrel configfile changed, triggering re-read.");
-    rereadSwallowing();
+    swallowExceptions([this] { onCfgUpdate(); });
 }
 
 // False when the worker is to end.
@@ -225,7 +226,7 @@ bool CLogTargetContainer::onNotification() {
         return false;
     }
     if (notification == THREAD_NOTIFICATION_APPNAME) {
-        onAppnameChanged();
+        swallowExceptions([this] { onAppnameChanged(); });
     }
     return true;
 }

@@ -2,6 +2,7 @@
 #include <sorrel/tangle_log.h>
 
 #include "container/container_scope.hpp"
+#include "container/gone.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -49,7 +50,7 @@ void CLogTargetContainer::stopWorker() {
 // With exit() called from inside an operation, the exiting thread holds the mutex, and the worker may wait for it.
 // Gives it back as often as it is held, by the container and by the logger. False when another thread holds it.
 bool CLogTargetContainer::giveBackMutex(const int& loggersDepth) {
-    if (!m_mutex.try_lock()) {
+    if (!takeAtExit(m_mutex)) {
         return false;
     }
     for (int depth = m_depth + loggersDepth; depth >= 0; --depth) {
@@ -66,7 +67,7 @@ bool CLogTargetContainer::waitForOthers(int& patience) const {
 // Whether the thread whose operations are not over is inside a target: when that returns, it touches nothing any more.
 bool CLogTargetContainer::othersAreInTarget() const {
     const int depth = __atomic_load_n(&m_depth, __ATOMIC_SEQ_CST);
-    return depth == 0 || (depth <= kMaxNesting && __atomic_load_n(&m_busy[depth - 1], __ATOMIC_RELAXED) != nullptr);
+    return depth == 0 || (depth <= kMaxNesting && __atomic_load_n(&m_busy[depth - 1], __ATOMIC_ACQUIRE) != nullptr);
 }
 
 bool CLogTargetContainer::isBusy(const CPluggableLogModule& entry) const {
@@ -75,7 +76,7 @@ bool CLogTargetContainer::isBusy(const CPluggableLogModule& entry) const {
         return true; // not all of them are known
     }
     return std::any_of(m_busy, m_busy + depth, [&entry](const CPluggableLogModule* const& busy) {
-        return __atomic_load_n(&busy, __ATOMIC_RELAXED) == &entry;
+        return __atomic_load_n(&busy, __ATOMIC_ACQUIRE) == &entry;
     });
 }
 

@@ -30,7 +30,7 @@ public:
     // a target has to see whether the container is gone before looking at any target again.
     static void goInto(CLogTargetContainer& container, const CPluggableLogModule* entry) {
         if (container.m_depth > 0 && container.m_depth <= kMaxNesting) {
-            __atomic_store_n(&container.m_busy[container.m_depth - 1], entry, __ATOMIC_RELAXED);
+            __atomic_store_n(&container.m_busy[container.m_depth - 1], entry, __ATOMIC_RELEASE);
         }
     }
     void goInto(const CPluggableLogModule* entry) { goInto(m_container, entry); }

@@ -10,22 +10,27 @@
 
 namespace {
 
-// All zero for a descriptor that is not open. Calls nothing that a forked child of a threaded process may not call.
+// False when it cannot be known. Calls nothing that a forked child of a threaded process may not call.
 template <typename Identity>
-Identity identityOf(int fd) {
-    Identity identity = {};
+bool identify(int fd, Identity& identity) {
+    identity = {};
     struct stat status;
-    if (fstat(fd, &status) == 0) {
-        identity.device = status.st_dev;
-        identity.inode = status.st_ino;
-        char path[32] = "/proc/self/fd/";
-        char* const end = path + sizeof path;
-        *std::to_chars(path + std::strlen(path), end - 1, fd).ptr = '\0';
-        if (readlink(path, identity.link, sizeof identity.link - 1) == -1) {
-            identity.link[0] = '\0';
-        }
+    if (fstat(fd, &status) != 0) {
+        return false;
     }
-    return identity;
+    identity.device = status.st_dev;
+    identity.inode = status.st_ino;
+    char path[32] = "/proc/self/fd/";
+    char* const end = path + sizeof path;
+    *std::to_chars(path + std::strlen(path), end - 1, fd).ptr = '\0';
+    if (readlink(path, identity.link, sizeof identity.link - 1) == -1) {
+        identity.link[0] = '\0';
+    }
+    return true;
+}
+
+bool mayBeSameLink(const char* left, const char* right) {
+    return left[0] == '\0' || right[0] == '\0' || std::strcmp(left, right) == 0;
 }
 
 } // namespace
@@ -34,18 +39,22 @@ namespace sorrel {
 
 void CLogTargetContainer::keepDescriptor(int fd, DescriptorIndex index) {
     fcntl(fd, F_SETFD, FD_CLOEXEC);
-    m_identities[index] = identityOf<DescriptorIdentity>(fd);
+    identify(fd, m_identities[index]);
 }
 
 // A program may close all descriptors that it did not open itself, ours too, and the numbers then belong to others.
+// What cannot be told apart is taken for our own.
 bool CLogTargetContainer::isOwnDescriptor(int fd, DescriptorIndex index) const {
     if (fd == -1) {
         return false;
     }
     const DescriptorIdentity& kept = m_identities[index];
-    const DescriptorIdentity now = identityOf<DescriptorIdentity>(fd);
+    DescriptorIdentity now;
+    if (!identify(fd, now)) {
+        return errno != EBADF;
+    }
     return kept.inode == 0 ||
-           (now.device == kept.device && now.inode == kept.inode && std::strcmp(now.link, kept.link) == 0);
+           (now.device == kept.device && now.inode == kept.inode && mayBeSameLink(now.link, kept.link));
 }
 
 void CLogTargetContainer::closeOwn(int& fd, DescriptorIndex index) {

@@ -20,6 +20,8 @@ Function* findFunction(void* handle, const char* symbol) {
 
 namespace sorrel {
 
+class IClassFactory; // what the function returns; of no concern here
+
 CDynamicModule::CDynamicModule(const std::string& libPath) : m_handle(nullptr), m_libPath(libPath) {}
 
 CDynamicModule::~CDynamicModule() {
@@ -71,7 +73,7 @@ void* CDynamicModule::getClassFactory() const {
         sorrel_tangleLog(LOG_ERR, "Library not loaded");
         return nullptr;
     }
-    auto* const getFactory = findFunction<void*()>(m_handle, kSymbol);
+    auto* const getFactory = findFunction<IClassFactory*()>(m_handle, kSymbol);
     if (getFactory == nullptr) {
         sorrel_tangleLog(LOG_ERR, "Symbol \"%s\" not found in shared library \"%s\"", kSymbol, m_libPath.c_str());
         return nullptr;

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <pthread.h>
 #include <thread>
 
 namespace sorrel {
@@ -24,6 +25,12 @@ inline bool isGone(const CLogTargetContainer& container) noexcept {
         return false;
     }
     return goneContainers[0].load() == &container || goneContainers[1].load() == &container;
+}
+
+// At exit, where nothing may be thrown: whether the mutex was free, or held by this thread, and is taken now.
+template <typename Mutex>
+bool takeAtExit(Mutex& mutex) {
+    return pthread_mutex_trylock(mutex.native_handle()) == 0;
 }
 
 // At exit: waits until other threads are done, as long as the patience, in milliseconds, lasts. Whether they are.

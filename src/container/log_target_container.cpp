@@ -103,10 +103,10 @@ void CLogTargetContainer::releaseTarget(CPluggableLogModule& entry) {
     entry.module = nullptr;
 }
 
-// Targets that are busy when the process exits stay as they are.
+// When the process exits, targets that are busy stay as they are; others may be unloaded but not yet erased.
 void CLogTargetContainer::releaseTargets() {
     for (auto it = m_targets.begin(); it != m_targets.end();) {
-        if (isBusy(it->second)) {
+        if (isBusy(it->second) || it->second.module == nullptr) {
             ++it;
         } else {
             releaseTarget(it->second);

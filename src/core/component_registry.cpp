@@ -134,7 +134,7 @@ bool CSorrel::enterRegistry() {
 
 // At exit: gives the components lock back as often as the exiting thread holds it, and waits a short while for others.
 void CSorrel::drainRegistry(int& patience) {
-    if (m_componentsLock.try_lock()) { // free, or held by this thread
+    if (sorrel::takeAtExit(m_componentsLock)) {
         for (int depth = m_componentsDepth; depth >= 0; --depth) {
             m_componentsLock.unlock();
         }
