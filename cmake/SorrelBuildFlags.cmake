@@ -21,7 +21,9 @@ if(SORREL_SANITIZE)
     add_compile_options(-fsanitize=${SORREL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${SORREL_SANITIZE})
 endif()
+# What is measured is the library, in whatever program its objects are. Threads count at the same time.
 if(SORREL_COVERAGE)
-    add_compile_options(--coverage)
+    add_compile_options($<$<STREQUAL:$<TARGET_PROPERTY:NAME>,sorrel_objects>:--coverage>
+        $<$<STREQUAL:$<TARGET_PROPERTY:NAME>,sorrel_objects>:-fprofile-update=atomic>)
     add_link_options(--coverage)
 endif()

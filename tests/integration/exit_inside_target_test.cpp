@@ -6,9 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <fstream>
 #include <future>
-#include <sys/syscall.h>
 
 using testing::Eq;
 using testing::ExitedWithCode;
@@ -20,12 +18,6 @@ protected:
     // Has the hook called inside the target at the next message.
     static void exitInsideTarget() {
         journal::onEvent("log", [](const PluginEvent&) { std::exit(EXIT_SUCCESS); });
-    }
-
-    static bool waitsForLock(int threadId) {
-        std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/syscall");
-        long number = -1;
-        return static_cast<bool>(file >> number) && number == SYS_futex;
     }
 
     // A thread that stays inside a target's log for ever.

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <future>
-#include <sys/syscall.h>
 
 using testing::EndsWith;
 using testing::ExitedWithCode;
@@ -29,17 +28,6 @@ struct Gate {
     std::promise<void> mayGo;
 };
 
-bool isWaitingForEvents(int threadId) {
-    std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/syscall");
-    long number = -1;
-    file >> number;
-#ifdef SYS_epoll_wait
-    return number == SYS_epoll_wait || number == SYS_epoll_pwait;
-#else
-    return number == SYS_epoll_pwait;
-#endif
-}
-
 class ExitWithTheWorkerStuck : public ExitFixture, public testing::WithParamInterface<StuckIn> {
 protected:
     ExitWithTheWorkerStuck() { configureTargets(GetParam().isLoadedBefore); }
@@ -59,7 +47,7 @@ protected:
                 gate.mayGo.set_value();
                 waitUntil([] {
                     const std::set<int> ids = threadIds();
-                    return std::any_of(ids.begin(), ids.end(), isWaitingForEvents);
+                    return std::any_of(ids.begin(), ids.end(), waitsForEvents);
                 });
             }
         });

@@ -2,13 +2,11 @@
 #ifndef SORREL_TESTS_BLOCKED_THREAD_HPP
 #define SORREL_TESTS_BLOCKED_THREAD_HPP
 
+#include "proc_self.hpp"
 #include "wait_until.hpp"
 
 #include <atomic>
-#include <fstream>
 #include <functional>
-#include <sstream>
-#include <string>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
@@ -35,20 +33,13 @@ public:
     // Waits until the kernel has put the thread to sleep in its function. False when it finished instead, or never
     // slept.
     bool waitUntilBlocked() const {
-        waitUntil([this] { return m_finished || (m_id != 0 && isSleeping()); });
+        waitUntil([this] { return m_finished || (m_id != 0 && waitsForLock(m_id)); });
         return !m_finished;
     }
 
     void join() { m_thread.join(); }
 
 private:
-    // Where a thread waits for a lock: in futex(2).
-    bool isSleeping() const {
-        std::ifstream file("/proc/self/task/" + std::to_string(m_id) + "/syscall");
-        long number = -1;
-        return static_cast<bool>(file >> number) && number == SYS_futex;
-    }
-
     std::atomic<int> m_id{0};
     std::atomic<bool> m_finished{false};
     std::thread m_thread;

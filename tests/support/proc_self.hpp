@@ -10,6 +10,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <sys/syscall.h>
 #include <system_error>
 #include <vector>
 
@@ -34,6 +35,34 @@ inline std::set<int> threadIds() {
         found.insert(std::stoi(entry.path().filename().string()));
     }
     return found;
+}
+
+// The number of the system call that a thread sleeps in; -1 when it runs. Under an emulator the numbers are not those
+// of the program's processor.
+inline long systemCallOf(int threadId) {
+    std::ifstream file("/proc/self/task/" + std::to_string(threadId) + "/syscall");
+    long number = -1;
+    return file >> number ? number : -1;
+}
+
+// Whether a thread sleeps where threads wait for a lock.
+inline bool waitsForLock(int threadId) {
+#ifdef SORREL_TEST_KERNEL_FUTEX
+    return systemCallOf(threadId) == SORREL_TEST_KERNEL_FUTEX;
+#else
+    return systemCallOf(threadId) == SYS_futex;
+#endif
+}
+
+// Whether a thread sleeps in epoll_wait.
+inline bool waitsForEvents(int threadId) {
+#if defined(SORREL_TEST_KERNEL_EPOLL_PWAIT)
+    return systemCallOf(threadId) == SORREL_TEST_KERNEL_EPOLL_PWAIT;
+#elif defined(SYS_epoll_wait)
+    return systemCallOf(threadId) == SYS_epoll_wait || systemCallOf(threadId) == SYS_epoll_pwait;
+#else
+    return systemCallOf(threadId) == SYS_epoll_pwait;
+#endif
 }
 
 // The signals that a thread blocks: bit n - 1 for signal n.

@@ -114,8 +114,11 @@ std::vector<std::string> SyslogRecorder::texts() {
 }
 
 int SyslogRecorder::count(const std::string& text) {
-    const std::vector<std::string> all = texts();
-    return static_cast<int>(std::count(all.begin(), all.end(), text));
+    int found = 0;
+    for (const SyslogRecord& record : records()) {
+        found += record.text == text ? 1 : 0;
+    }
+    return found;
 }
 
 bool SyslogRecorder::has(const std::string& text) {

@@ -75,7 +75,7 @@ TEST(HexDumpLine, TheLastLineOfFourGigabytesIsReached) {
         GTEST_SKIP() << "such a block needs 64-bit addresses";
     }
     constexpr unsigned int kOffset = 0xfffffff0U;
-    const std::size_t size = std::size_t{1} << 32U;
+    const std::size_t size = std::size_t{kOffset} + 16;
     void* const memory =
         mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ASSERT_NE(memory, MAP_FAILED);

@@ -1,0 +1,4 @@
+# The headers of libfmt.
+add_library(fmt::fmt-header-only INTERFACE IMPORTED)
+target_include_directories(fmt::fmt-header-only INTERFACE ${sorrelSharedHeaders})
+target_compile_definitions(fmt::fmt-header-only INTERFACE FMT_HEADER_ONLY=1)
