@@ -4,6 +4,7 @@
 #include "watchdog.hpp"
 
 #include <dlfcn.h>
+#include <future>
 #include <gmock/gmock.h>
 #include <memory>
 
@@ -22,14 +23,17 @@ private:
 TEST_F(LoaderLock, IsNotNeededForTheWorkersFirstMessageInAReRead) {
     sorrel_component* const net = buildLogger();
     std::unique_ptr<ObservedThread> loading;
-    const ScopedHook hook("isSyslog", [&](const PluginEvent&) {
+    std::promise<void> hasLogged;
+    journal::onEvent("isSyslog", [&](const PluginEvent&) {
+        journal::onEvent("isSyslog", nullptr);
         loading = std::make_unique<ObservedThread>(
             [] { EXPECT_NE(dlopen(pluginPath("static_logger").c_str(), RTLD_NOW), nullptr); });
         EXPECT_TRUE(loading->waitUntilBlocked());
         _sorrel(net, SR_INFO, "from the worker");
+        hasLogged.set_value();
     });
     turnDial(2);
-    EXPECT_TRUE(readsDial(2));
+    hasLogged.get_future().wait();
     loading.reset();
     EXPECT_THAT(journal::texts(), UnorderedElementsAre("from the worker", "constructed"));
 }

@@ -14,6 +14,7 @@ protected:
             throw std::runtime_error("cannot hide /proc");
         }
     }
+    ~WithoutProc() override { umount("/proc"); }
 };
 
 bool isOpen(int fd) {

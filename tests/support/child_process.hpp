@@ -6,6 +6,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+// Whether a child may allocate memory when other threads of its parent did so at the moment of the fork. The address
+// sanitizer's allocator leaves its locks in the child as those threads held them.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kChildrenMayAllocate = false;
+#else
+constexpr bool kChildrenMayAllocate = true;
+#endif
+
 constexpr unsigned int kChildPatienceSeconds = 20;
 
 // What a child ends with when all went well. Not 0, which is also what a process ends with by accident.

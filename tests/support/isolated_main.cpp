@@ -11,6 +11,10 @@
 #include <unistd.h>
 #include <vector>
 
+// A leak check asks for it, when there is one. In a forked child the stacks of the parent's other threads are nobody's,
+// so what they hold would be taken for lost.
+extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off();
+
 namespace {
 
 using Strings = std::vector<std::string>;
@@ -72,7 +76,13 @@ private:
     Strings m_arguments;
 };
 
+const pid_t kTestProcess = getpid();
+
 } // namespace
+
+int __lsan_is_turned_off() {
+    return getpid() != kTestProcess ? 1 : 0;
+}
 
 int main(int argc, char** argv) {
     const Strings arguments(argv, argv + argc);
