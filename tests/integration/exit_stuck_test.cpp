@@ -16,6 +16,7 @@ constexpr char kOtherIsReleased[] = "recording_b factory\nrecording_b destroy\nr
 // An operation in which the worker is stuck while it re-reads, whether that loads or unloads the target, and what the
 // target still sees when the worker comes back.
 struct StuckIn {
+    const char* name;
     const char* kind;
     bool isLoadedBefore;
     bool isLoadedAfterwards;
@@ -62,8 +63,8 @@ private:
     }
 };
 
-std::string kindOf(const testing::TestParamInfo<StuckIn>& info) {
-    return info.param.kind;
+std::string nameOf(const testing::TestParamInfo<StuckIn>& info) {
+    return info.param.name;
 }
 
 } // namespace
@@ -77,13 +78,17 @@ TEST_P(ExitWithTheWorkerStuck, AWorkerThatComesBackTouchesNothingAnyMore) {
                 EndsWith(std::string(kOtherIsReleased) + GetParam().whatFollows));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    In, ExitWithTheWorkerStuck,
-    testing::Values(StuckIn{"init", false, true, "recording factory\nrecording create LogTarget\nrecording getName\n"},
-                    StuckIn{"create", false, true, "recording getName\n"}, StuckIn{"getName", false, true, ""},
-                    StuckIn{"isSyslog", true, true, ""}, StuckIn{"component", true, true, ""},
-                    StuckIn{"destroy", true, false, "recording done\n"}),
-    kindOf);
+constexpr StuckIn kOperations[] = {
+    {"init", "init", false, true, "recording factory\nrecording create LogTarget\nrecording getName\n"},
+    {"create", "create", false, true, "recording getName\n"},
+    {"getNameWhenLoaded", "getName", false, true, ""},
+    {"isSyslog", "isSyslog", true, true, ""},
+    {"component", "component", true, true, ""},
+    {"getNameWhenUnloaded", "getName", true, false, ""},
+    {"destroy", "destroy", true, false, "recording done\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(In, ExitWithTheWorkerStuck, testing::ValuesIn(kOperations), nameOf);
 
 using ExitWithAStuckThread = ExitFixture;
 
