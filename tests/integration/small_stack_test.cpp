@@ -1,20 +1,23 @@
 // Threads with little stack.
 #include "logger_fixture.hpp"
 
+#include <algorithm>
 #include <gmock/gmock.h>
 #include <pthread.h>
+#include <unistd.h>
 
 using testing::Contains;
 using testing::SizeIs;
 
 namespace {
 
-constexpr std::size_t kStackSize = 32768;
+constexpr long kStackSize = 32768;
 
 void onSmallStack(void* (*function)(void*), void* argument) {
     pthread_attr_t attributes;
     ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStackSize), 0);
+    const long size = std::max(kStackSize, sysconf(_SC_THREAD_STACK_MIN)); // which is more on some machines
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(size)), 0);
     pthread_t thread = {};
     ASSERT_EQ(pthread_create(&thread, &attributes, function, argument), 0);
     pthread_join(thread, nullptr);
