@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -46,10 +47,17 @@ failingCalls::Fault theFault;
 thread_local bool isWalking __attribute__((tls_model("initial-exec"))) = false;
 thread_local bool isPastStart __attribute__((tls_model("initial-exec"))) = false;
 
-// A worker begins with its thread record; where there is no memory for that, the C++ runtime ends the process. So a
-// thread's calls count from its first lock or wait on.
+// The only thread that takes no signals.
+bool isWorker() {
+    std::uint64_t blocked = 0; // the kernel's form: bit n - 1 for signal n
+    syscall(SYS_rt_sigprocmask, SIG_SETMASK, nullptr, &blocked, sizeof blocked);
+    return (blocked >> (SIGTERM - 1U) & 1U) != 0;
+}
+
+// A worker begins with its thread record; where there is no memory for that, the C++ runtime ends the process. So its
+// calls count from its first lock or wait on.
 bool isStarting(const char* function) {
-    isPastStart = isPastStart || syscall(SYS_gettid) == getpid() || std::strcmp(function, "pthread_mutex_lock") == 0 ||
+    isPastStart = isPastStart || !isWorker() || std::strcmp(function, "pthread_mutex_lock") == 0 ||
                   std::strcmp(function, "epoll_wait") == 0;
     return !isPastStart;
 }
