@@ -6,6 +6,7 @@
 #include <sorrel/log_target.hpp>
 
 #include <cerrno>
+#include <chrono>
 #include <map>
 #include <pthread.h>
 #include <string>
@@ -20,7 +21,8 @@ namespace sorrel {
 
 struct ForkAccess;
 class CLogTargetContainer;
-SORREL_LOCAL void endAtExit(CLogTargetContainer& container, const int& loggersDepth, int& patience);
+SORREL_LOCAL void endAtExit(CLogTargetContainer& container, const int& loggersDepth,
+                            std::chrono::steady_clock::time_point deadline);
 
 // A recursive POSIX mutex and nothing else: its size and place are those of the pthread_mutex_t.
 class SORREL_LOCAL CRecursiveMutex {
@@ -186,7 +188,8 @@ protected:
 private:
     class Scope; // an operation that holds the mutex; src/container/container_scope.hpp
     friend struct ForkAccess;
-    friend void endAtExit(CLogTargetContainer& container, const int& loggersDepth, int& patience);
+    friend void endAtExit(CLogTargetContainer& container, const int& loggersDepth,
+                          std::chrono::steady_clock::time_point deadline);
 
     static constexpr int kMaxNesting = 16;
     static constexpr int kMaxRereads = 16; // in a row, each asked for by the one before
@@ -210,7 +213,7 @@ private:
     SORREL_LOCAL void closeDescriptors();
     SORREL_LOCAL void forgetParent();
     SORREL_LOCAL bool giveBackMutex(const int& loggersDepth);
-    SORREL_LOCAL bool waitForOthers(int& patience) const;
+    SORREL_LOCAL bool waitForOthers(std::chrono::steady_clock::time_point deadline) const;
     SORREL_LOCAL bool othersAreInTarget() const;
     SORREL_LOCAL bool isBusy(const CPluggableLogModule& entry) const;
     SORREL_LOCAL void releaseTarget(CPluggableLogModule& entry);
@@ -219,20 +222,21 @@ private:
     SORREL_LOCAL std::string currentAppname() const;
     SORREL_LOCAL std::string cfgFilenameOf(const std::string& appname) const;
     SORREL_LOCAL std::string chooseCfgFilename() const;
-    SORREL_LOCAL void reread(Scope& scope);
+    SORREL_LOCAL void reread();
     template <typename Operation>
     SORREL_LOCAL void perform(Operation operation);
     SORREL_LOCAL void doWhatWaits(Scope& scope, bool& tellWorker);
     SORREL_LOCAL void rereadRenamed(Scope& scope);
-    SORREL_LOCAL void tellWorkerTheName(bool wanted);
+    SORREL_LOCAL void tellWorkerTheName();
     SORREL_LOCAL void watchAgain();
-    SORREL_LOCAL void unloadUnseenTargets(Scope& scope);
+    SORREL_LOCAL void unloadUnseenTargets();
     SORREL_LOCAL void onInotifyEvent();
     SORREL_LOCAL bool onNotification();
 
-    // Guarded by the mutex, but at exit the first two are looked at without it.
+    // Guarded by the mutex, but at exit the first three are looked at without it.
     int m_depth;                                    // operations that have not returned, all of one thread
     const CPluggableLogModule* m_busy[kMaxNesting]; // the target that each of them is in, or null
+    int m_tellers;                                  // threads that are about to tell the worker the name
     bool m_rereadWanted;                            // asked for while an operation was on
     bool m_renamed;                                 // the targets and the worker are still to be told the name
     bool m_watchAgain;                              // a forked child: set up the watch that the parent had

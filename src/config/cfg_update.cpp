@@ -49,7 +49,7 @@ std::string CLogTargetContainer::chooseCfgFilename() const {
     return getDefaultCfgFilename();
 }
 
-void CLogTargetContainer::reread(Scope& scope) {
+void CLogTargetContainer::reread() {
     const std::string file = chooseCfgFilename();
     sorrel_tangleLog(LOG_DEBUG, "logtarget-container: reading sorrel-config from file \"%s\"", file.c_str());
     __atomic_store_n(&m_hasSyslogTarget, false, __ATOMIC_RELAXED);
@@ -63,7 +63,7 @@ void CLogTargetContainer::reread(Scope& scope) {
         sorrel_tangleLog(LOG_ERR, "unable to read sorrel-config \"%s\" - giving up.", file.c_str());
         return;
     }
-    unloadUnseenTargets(scope);
+    unloadUnseenTargets();
 }
 
 int CLogTargetContainer::Callback_Cfread(const char* key, const char* value, void* ctx) {
@@ -89,13 +89,15 @@ int CLogTargetContainer::OnCallbackCfRead(const std::string& key, const std::str
     return 0;
 }
 
-void CLogTargetContainer::unloadUnseenTargets(Scope& scope) {
+void CLogTargetContainer::unloadUnseenTargets() {
     for (auto it = m_targets.begin(); it != m_targets.end();) {
         CPluggableLogModule& entry = it->second;
-        scope.goInto(&entry);
+        if (!Scope::enterTarget(*this, entry)) {
+            return;
+        }
         if (std::exchange(entry.seen, false)) { // cleared first: a target that throws now can be unloaded later
             const bool writesToSyslog = entry.target->isSyslogTarget();
-            if (isGone(*this)) {
+            if (!Scope::leaveTarget(*this)) {
                 return;
             }
             if (writesToSyslog) {
@@ -109,13 +111,12 @@ void CLogTargetContainer::unloadUnseenTargets(Scope& scope) {
                 return;
             }
             releaseTarget(entry);
-            if (isGone(*this)) {
+            if (!Scope::leaveTarget(*this)) {
                 return;
             }
             it = m_targets.erase(it);
         }
     }
-    scope.goInto(nullptr);
 }
 
 } // namespace sorrel

@@ -72,18 +72,19 @@ int CLogTargetContainer::onCfgParamTarget(const std::string& /*key*/, const std:
     std::map<std::string, CPluggableLogModule> fresh; // once there is a target, nothing may fail any more
     CPluggableLogModule& entry = fresh[libPath];
     entry = {module.get(), nullptr, true};
-    Scope::goInto(*this, &entry);
+    if (!Scope::enterTarget(*this, entry)) {
+        return 0;
+    }
     try {
         entry.target = createTarget(*module, parameters);
     } catch (...) {
         module.release(); // stays open for good, since the code of the exception may live in it; there is no target
         throw;
     }
-    if (isGone(*this)) {
+    if (!Scope::leaveTarget(*this)) {
         module.release(); // stays as it is, since the process ends
         return 0;
     }
-    Scope::goInto(*this, nullptr);
     if (entry.target != nullptr) {
         m_targets.merge(fresh);
         module.release(); // the record owns it

@@ -14,9 +14,13 @@
 namespace sorrel {
 
 // What the destructor does, for a container that is gone; but the object stays, and other threads may be in it.
-void endAtExit(CLogTargetContainer& container, const int& loggersDepth, int& patience) {
-    const bool alone = container.giveBackMutex(loggersDepth) || container.waitForOthers(patience);
-    if (alone) {
+void endAtExit(CLogTargetContainer& container, const int& loggersDepth, Deadline deadline) {
+    if (getpid() != container.m_processId) {
+        container.forgetParent(); // a child that no fork handler has seen
+    }
+    const bool alone = container.giveBackMutex(loggersDepth) || container.waitForOthers(deadline);
+    const auto isNoneTelling = [&container] { return __atomic_load_n(&container.m_tellers, __ATOMIC_SEQ_CST) == 0; };
+    if (alone && waitAtExit(deadline, isNoneTelling)) {
         container.stopWorker();
         container.closeDescriptors();
     } else if (container.m_worker != nullptr) {
@@ -48,7 +52,8 @@ void CLogTargetContainer::stopWorker() {
 }
 
 // With exit() called from inside an operation, the exiting thread holds the mutex, and the worker may wait for it.
-// Gives it back as often as it is held, by the container and by the logger. False when another thread holds it.
+// Gives it back as often as it is held, by the container and by the logger, whose depth others may change until the
+// mutex is taken. False when another thread holds it.
 bool CLogTargetContainer::giveBackMutex(const int& loggersDepth) {
     if (!takeAtExit(m_mutex)) {
         return false;
@@ -60,8 +65,8 @@ bool CLogTargetContainer::giveBackMutex(const int& loggersDepth) {
 }
 
 // Waits a short while for another thread's operations. False when they are not over.
-bool CLogTargetContainer::waitForOthers(int& patience) const {
-    return waitAtExit(patience, [this] { return __atomic_load_n(&m_depth, __ATOMIC_SEQ_CST) == 0; });
+bool CLogTargetContainer::waitForOthers(Deadline deadline) const {
+    return waitAtExit(deadline, [this] { return __atomic_load_n(&m_depth, __ATOMIC_SEQ_CST) == 0; });
 }
 
 // Whether the thread whose operations are not over is inside a target: when that returns, it touches nothing any more.
@@ -89,6 +94,7 @@ void CLogTargetContainer::forgetParent() {
     closeOwn(m_pipeFds[0], PIPE_READ_END);
     closeOwn(m_pipeFds[1], PIPE_WRITE_END);
     m_watchFd = -1;
+    m_tellers = 0;
     if (m_worker != nullptr) {
         m_watchAgain = m_watchAgain || m_worker->joinable();
         new (m_worker) std::thread;

@@ -26,14 +26,17 @@ public:
     // Whether no other operation is on this thread's stack.
     bool isOutermost() const { return m_container.m_depth == 1; }
 
-    // Notes the entry whose target is about to be called: at exit it is not unloaded meanwhile. Whoever comes back from
-    // a target has to see whether the container is gone before looking at any target again.
-    static void goInto(CLogTargetContainer& container, const CPluggableLogModule* entry) {
-        if (container.m_depth > 0 && container.m_depth <= kMaxNesting) {
-            __atomic_store_n(&container.m_busy[container.m_depth - 1], entry, __ATOMIC_RELEASE);
-        }
+    // Around each call into a target. False when the container is gone: then no target may be looked at any more. The
+    // exiting thread looks at the notes a good while after it has marked the container, and leaves a target alone that
+    // was noted before.
+    [[nodiscard]] static bool enterTarget(CLogTargetContainer& container, const CPluggableLogModule& entry) {
+        goInto(container, &entry);
+        return !isGone(container);
     }
-    void goInto(const CPluggableLogModule* entry) { goInto(m_container, entry); }
+    [[nodiscard]] static bool leaveTarget(CLogTargetContainer& container) {
+        goInto(container, nullptr);
+        return !isGone(container);
+    }
 
     // Calls each target, in the order of the library paths. Ends early when the container goes while a target is busy.
     template <typename Call>
@@ -42,16 +45,24 @@ public:
             if (entry.second.target == nullptr) {
                 continue;
             }
-            goInto(&entry.second);
+            if (!enterTarget(m_container, entry.second)) {
+                return;
+            }
             call(*entry.second.target);
-            if (isGone(m_container)) {
+            if (!leaveTarget(m_container)) {
                 return;
             }
         }
-        goInto(nullptr);
     }
 
 private:
+    // Notes the entry whose target is being called, if any: at exit it is not unloaded meanwhile.
+    static void goInto(CLogTargetContainer& container, const CPluggableLogModule* entry) {
+        if (container.m_depth > 0 && container.m_depth <= kMaxNesting) {
+            __atomic_store_n(&container.m_busy[container.m_depth - 1], entry, __ATOMIC_RELEASE);
+        }
+    }
+
     bool enter() {
         if (!lockUnlessGone(m_container, m_container)) {
             return false;
@@ -59,7 +70,7 @@ private:
         // Sequentially consistent, like the marking of a container as gone: either the destructor sees this operation,
         // or this operation sees that the container is gone.
         __atomic_store_n(&m_container.m_depth, m_container.m_depth + 1, __ATOMIC_SEQ_CST);
-        goInto(nullptr);
+        goInto(m_container, nullptr);
         if (isGone(m_container)) {
             leave();
             return false;
@@ -68,7 +79,7 @@ private:
     }
 
     void leave() {
-        goInto(nullptr);
+        goInto(m_container, nullptr);
         __atomic_store_n(&m_container.m_depth, m_container.m_depth - 1, __ATOMIC_RELEASE);
         m_container.unlock();
     }

@@ -33,15 +33,16 @@ bool takeAtExit(Mutex& mutex) {
     return pthread_mutex_trylock(mutex.native_handle()) == 0;
 }
 
-// At exit: waits until other threads are done, as long as the patience, in milliseconds, lasts. Whether they are.
+using Deadline = std::chrono::steady_clock::time_point;
+
+// At exit: waits until other threads are done, but not beyond the deadline. Whether they are.
 template <typename Condition>
-bool waitAtExit(int& patience, Condition areDone) {
+bool waitAtExit(Deadline deadline, Condition areDone) {
     while (!areDone()) {
-        if (patience == 0) {
+        if (std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        --patience;
     }
     return true;
 }

@@ -12,13 +12,14 @@
 #include <new>
 #include <syslog.h>
 #include <unistd.h>
+#include <utility>
 
 namespace sorrel {
 
 CLogTargetContainer::CLogTargetContainer(const std::string& configPath, bool active, IComponentCfgUpdateSink* sink)
     : m_configPath(configPath), m_worker(nullptr), m_hasSyslogTarget(false), m_updateSink(sink), m_epollFd(-1),
-      m_inotifyFd(-1), m_watchFd(-1), m_pipeFds{-1, -1}, m_depth(0), m_busy(), m_rereadWanted(false), m_renamed(false),
-      m_watchAgain(false), m_rereadFirst(false), m_processId(getpid()), m_identities() {
+      m_inotifyFd(-1), m_watchFd(-1), m_pipeFds{-1, -1}, m_depth(0), m_busy(), m_tellers(0), m_rereadWanted(false),
+      m_renamed(false), m_watchAgain(false), m_rereadFirst(false), m_processId(getpid()), m_identities() {
     TARGET_TOKEN_APPLICATION_NAME(); // built now, so that it outlives the worker, which uses it
     if (!active) {
         return;
@@ -175,17 +176,23 @@ void CLogTargetContainer::perform(Operation operation) {
             doWhatWaits(scope, tellWorker);
         }
     } catch (...) {
-        tellWorkerTheName(tellWorker);
+        if (tellWorker) {
+            tellWorkerTheName();
+        }
         throw;
     }
-    tellWorkerTheName(tellWorker);
+    if (tellWorker) {
+        tellWorkerTheName();
+    }
 }
 
-// Deliberate: also without a worker, where this fails and says so.
-void CLogTargetContainer::tellWorkerTheName(bool wanted) {
-    if (wanted && threadNotfiyAppname() != 0) {
+// The end of doWhatWaits, without the mutex: the pipe may be full. Deliberate: also without a worker, where this fails
+// and says so.
+void CLogTargetContainer::tellWorkerTheName() {
+    if (!isGone(*this) && threadNotfiyAppname() != 0) {
         sorrel_tangleLog(LOG_ERR, "logtarget-container: unable to notify thread about a changed appname");
     }
+    __atomic_fetch_sub(&m_tellers, 1, __ATOMIC_SEQ_CST);
 }
 
 // Re-reads the configuration, and tells the targets a new name, until nobody asks for it any more. Targets that each
@@ -196,10 +203,13 @@ void CLogTargetContainer::doWhatWaits(Scope& scope, bool& tellWorker) {
         if (round == kMaxRereads) {
             m_renamed = false;
         } else if (m_renamed) {
-            tellWorker = true;
+            if (!std::exchange(tellWorker, true)) {
+                __atomic_fetch_add(&m_tellers, 1,
+                                   __ATOMIC_SEQ_CST); // the descriptors stay open at exit until it is told
+            }
             rereadRenamed(scope);
         } else {
-            reread(scope);
+            reread();
         }
     }
 }
@@ -208,11 +218,14 @@ void CLogTargetContainer::doWhatWaits(Scope& scope, bool& tellWorker) {
 void CLogTargetContainer::rereadRenamed(Scope& scope) {
     m_renamed = false;
     try {
-        Scope inner(*this); // a re-read takes the mutex itself, wherever it comes from
-        reread(inner);
+        const Scope inner(*this); // a re-read takes the mutex itself, wherever it comes from
+        reread();
     } catch (...) {
         m_renamed = true;
         throw;
+    }
+    if (isGone(*this)) {
+        return;
     }
     const std::string name = currentAppname();
     scope.forEachTarget([&](ILogTarget& target) { target.setAppname(name); });

@@ -133,23 +133,31 @@ bool CSorrel::enterRegistry() {
 }
 
 // At exit: gives the components lock back as often as the exiting thread holds it, and waits a short while for others.
-void CSorrel::drainRegistry(int& patience) {
+void CSorrel::drainRegistry(std::chrono::steady_clock::time_point deadline) {
     if (sorrel::takeAtExit(m_componentsLock)) {
-        for (int depth = m_componentsDepth; depth >= 0; --depth) {
+        const int depth = m_componentsDepth;
+        m_componentsDepth = 0;
+        for (int i = 0; i <= depth; ++i) {
             m_componentsLock.unlock();
         }
         return;
     }
-    sorrel::waitAtExit(patience, [this] { return __atomic_load_n(&m_componentsDepth, __ATOMIC_SEQ_CST) == 0; });
+    sorrel::waitAtExit(deadline, [this] { return __atomic_load_n(&m_componentsDepth, __ATOMIC_SEQ_CST) == 0; });
 }
 
 void CSorrel::lockComponents() {
     enterComponents();
 }
 
+// Also when the logger is gone meanwhile, if this thread is the one who holds the lock: others may wait for it.
 void CSorrel::unlockComponents() {
     if (!isGone(m_container)) {
         leaveComponents();
+    } else if (sorrel::takeAtExit(m_componentsLock)) {
+        if (m_componentsDepth > 0) {
+            leaveComponents();
+        }
+        m_componentsLock.unlock();
     }
 }
 

@@ -123,7 +123,8 @@ void afterForkInChild() {
 
 } // namespace
 
-void prepareForForks() {
+// Also without a logger: names and levels take the leaf lock before there is one.
+__attribute__((constructor)) void prepareForForks() {
     static std::atomic<bool> registered{false};
     if (!registered.exchange(true)) {
         pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);

@@ -7,7 +7,10 @@
 #include <set>
 
 const std::string& sorrel::internedName(const std::string& name) {
-    static std::set<std::string>& names = *new std::set<std::string>;
+    static std::set<std::string>* names = nullptr; // not a guarded static: a forked child may be the next to ask
     const std::lock_guard<std::mutex> guard(leafLock);
-    return *names.insert(name).first;
+    if (names == nullptr) {
+        names = new std::set<std::string>;
+    }
+    return *names->insert(name).first;
 }

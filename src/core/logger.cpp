@@ -9,8 +9,12 @@
 #include "core/message_path.hpp"
 #include "core/thread_record.hpp"
 
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cxxabi.h>
+#include <new>
 #include <syslog.h>
 
 std::atomic<CSorrel*> sorrel::configuredLogger{nullptr};
@@ -18,16 +22,16 @@ std::atomic<CSorrel*> sorrel::configuredLogger{nullptr};
 namespace {
 
 constexpr char kConfigDirectory[] = "/etc/sorrel";
-constexpr int kPatienceMilliseconds = 100; // with other threads, at exit
+constexpr std::chrono::milliseconds kPatience{100}; // with other threads, at exit
 constexpr char kFirstAppname[] = "[no-appname-set]";
 
 std::atomic<CSorrel*> plainLogger{nullptr};
 
-char exitHandle;                           // stands for the one exit handler of the configured logger
-thread_local bool handlerIsMoving = false; // the handler is called although the process does not end
+std::atomic<std::uintptr_t> exitHandler{0}; // the handler's number, by which it can be taken away; 0 for none
+thread_local bool handlerIsLeaving = false; // it is called although the process does not end
 
 void endConfiguredLogger(void* /*unused*/) {
-    if (!handlerIsMoving) {
+    if (!handlerIsLeaving) {
         configuredSlot.end();
     }
 }
@@ -36,18 +40,34 @@ void endPlainLogger() {
     plainSlot.end();
 }
 
-void registerExitHandler() {
-    abi::__cxa_atexit(endConfiguredLogger, nullptr, &exitHandle);
+// A handler can only be taken away by a call of it.
+void removeExitHandler(std::uintptr_t number) {
+    if (number != 0) {
+        handlerIsLeaving = true;
+        abi::__cxa_finalize(reinterpret_cast<void*>(number));
+        handlerIsLeaving = false;
+    }
+}
+
+// Registers the exit handler once more, behind all others, and takes the former one away: left where it is, it would
+// never be given back. False when there is no memory.
+bool moveExitHandler() {
+    static std::atomic<std::uintptr_t> lastNumber{0};
+    const std::uintptr_t number = ++lastNumber;
+    if (abi::__cxa_atexit(endConfiguredLogger, nullptr, reinterpret_cast<void*>(number)) != 0) {
+        return false;
+    }
+    std::uintptr_t former = exitHandler;
+    while (former < number && !exitHandler.compare_exchange_weak(former, number)) {
+    }
+    removeExitHandler(std::min(former, number));
+    return true;
 }
 
 // The static objects of a library that was loaded after the logger was built would be destroyed before the logger,
-// whose target may use them: so the logger is to be ended before them. A handler can only be taken away by a call of
-// it; one more for each library would never be given back.
+// whose target may use them: so the logger is to be ended before them.
 void onLibraryLoaded() {
-    handlerIsMoving = true;
-    abi::__cxa_finalize(&exitHandle);
-    handlerIsMoving = false;
-    registerExitHandler();
+    moveExitHandler();
 }
 
 // The record's first use takes the loader's lock. When a target logs during a re-read the container's mutex is held,
@@ -66,32 +86,44 @@ CSorrel* LoggerSlot::build() {
     if (m_begun) {
         return stored(); // built by another thread in the meantime, or being built by this one
     }
-    m_begun = true;
     prepareForForks();
     sorrel::workerStartedHook = onWorkerStarted;
+    sorrel::libraryLoadedHook = onLibraryLoaded;
+    if (!registerForExit()) {
+        throw std::bad_alloc();
+    }
+    m_begun = true;
     try {
         new (m_storage) CSorrel(m_configured);
     } catch (...) {
-        m_begun = false;
+        m_begun = false; // the handler stays, and finds nothing to end
         throw;
     }
-    if (m_configured) {
-        registerExitHandler();
-        sorrel::libraryLoadedHook = onLibraryLoaded;
-    } else {
-        std::atexit(endPlainLogger);
-    }
+    registerForExit(); // once more, behind the static objects that were made meanwhile
     m_published.store(stored(), std::memory_order_release);
     return stored();
 }
 
-void LoggerSlot::end() {
-    if (m_published.load(std::memory_order_acquire) != nullptr && !m_ended.exchange(true)) {
-        sorrel::markGone(stored()->m_container);
-        int patience = kPatienceMilliseconds;
-        stored()->drainRegistry(patience);
-        sorrel::endAtExit(stored()->m_container, stored()->m_registryDepth, patience);
+bool LoggerSlot::registerForExit() const {
+    return m_configured ? moveExitHandler() : std::atexit(endPlainLogger) == 0;
+}
+
+// With exit() called while the logger is being built, it is marked as gone but otherwise left as it stands.
+void LoggerSlot::end() noexcept {
+    if (!m_begun || m_ended.exchange(true)) {
+        return;
     }
+    sorrel::markGone(stored()->m_container);
+    if (m_published.load(std::memory_order_acquire) != nullptr) {
+        const sorrel::Deadline deadline = std::chrono::steady_clock::now() + kPatience;
+        stored()->drainRegistry(deadline);
+        sorrel::endAtExit(stored()->m_container, stored()->m_registryDepth, deadline);
+    }
+}
+
+// A logger that is gone takes no lock any more.
+CSorrel* LoggerSlot::loggerWithLocks() {
+    return m_begun && !isGone(stored()->m_container) ? stored() : nullptr;
 }
 
 CSorrel* CSorrel::getInstance() {

@@ -23,22 +23,23 @@ public:
         return logger != nullptr ? logger : build();
     }
 
-    // Ends the logger, if it was built and was not ended before.
-    void end();
+    // Ends the logger, if it was built and was not ended before. What a target throws then ends the process.
+    void end() noexcept;
 
     // For fork.cpp, which holds the mutex.
     std::recursive_mutex& mutex() { return m_mutex; }
     bool isBeingBuilt() const { return m_begun && m_published.load(std::memory_order_relaxed) == nullptr; }
-    CSorrel* loggerWithLocks() { return m_begun && !m_ended.load() ? stored() : nullptr; }
+    CSorrel* loggerWithLocks();
 
 private:
     CSorrel* stored() { return std::launder(static_cast<CSorrel*>(static_cast<void*>(m_storage))); }
     CSorrel* build();
+    bool registerForExit() const;
 
     const bool m_configured;
     std::atomic<CSorrel*>& m_published;
     std::recursive_mutex m_mutex; // held while the logger is built
-    bool m_begun = false;         // guarded by m_mutex
+    std::atomic<bool> m_begun{false};
     std::atomic<bool> m_ended{false};
     alignas(CSorrel) unsigned char m_storage[sizeof(CSorrel)] = {};
 };
@@ -46,7 +47,8 @@ private:
 extern LoggerSlot configuredSlot;
 extern LoggerSlot plainSlot;
 
-// Registers, once, what makes fork(2) safe for the two loggers.
+// Registers, once, what makes fork(2) safe for the two loggers. Called when the library is loaded, and by a logger that
+// is built before.
 void prepareForForks();
 
 #endif // SORREL_CORE_LOGGER_SLOT_HPP

@@ -1,13 +1,18 @@
 // The end of a process whose threads do not come out of a target, or come out too late.
+#include "blocked_thread.hpp"
 #include "exit_fixture.hpp"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <csignal>
 #include <future>
+#include <ostream>
+#include <stdexcept>
 
 using testing::EndsWith;
 using testing::ExitedWithCode;
+using testing::KilledBySignal;
 
 namespace {
 
@@ -22,6 +27,10 @@ struct StuckIn {
     bool isLoadedAfterwards;
     const char* whatFollows;
 };
+
+void PrintTo(const StuckIn& operation, std::ostream* out) {
+    *out << operation.name;
+}
 
 // Never destroyed: threads look at it until the process is gone.
 struct Gate {
@@ -113,4 +122,76 @@ TEST_F(ExitWithAStuckThread, OutsideOfTargetsReleasesNone) {
             std::exit(EXIT_SUCCESS);
         },
         ExitedWithCode(0), EndsWith("recording log outer\nrecording component\n"));
+}
+
+// It comes back while the other target is being destroyed.
+TEST_F(ExitWithAStuckThread, ThatNamesTheApplicationTouchesNothingAnyMore) {
+    configure(target("recording_b"));
+    configureApp("player", target("recording") + target("recording_b"));
+    EXPECT_EXIT(
+        {
+            start();
+            Gate& gate = *new Gate;
+            std::promise<void>& hasNamed = *new std::promise<void>;
+            journal::onEvent("create", [&](const PluginEvent&) {
+                gate.isInside.set_value();
+                gate.mayGo.get_future().wait();
+            });
+            journal::onEvent("destroy", [&](const PluginEvent&) {
+                gate.mayGo.set_value();
+                hasNamed.get_future().wait();
+            });
+            std::thread([&] {
+                sorrel_set_applicationname("player");
+                hasNamed.set_value();
+            }).detach();
+            gate.isInside.get_future().wait();
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), EndsWith("recording_b factory\nrecording_b destroy\nrecording getName\nrecording_b done\n"));
+}
+
+// One holds the lock while the process exits, the other waits for it; a static object waits for both.
+TEST_F(ExitWithAStuckThread, ThatGivesTheComponentsLockBackAfterwardsLetsTheNextOneGo) {
+    EXPECT_EXIT(
+        {
+            start();
+            static Gate& gate = *new Gate;
+            static std::thread& holder = *new std::thread([] {
+                CSorrel::getInstance()->lockComponents();
+                gate.isInside.set_value();
+                gate.mayGo.get_future().wait();
+                CSorrel::getInstance()->unlockComponents();
+            });
+            gate.isInside.get_future().wait();
+            static ObservedThread& waiter = *new ObservedThread([] { componentNames(); });
+            EXPECT_TRUE(waiter.waitUntilBlocked());
+            lastWords.speak = [] {
+                gate.mayGo.set_value();
+                holder.join();
+                waiter.join();
+                std::fputs("both have ended\n", stderr);
+            };
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), EndsWith("both have ended\n"));
+}
+
+using ExitWithAThrowingTarget = ExitFixture;
+
+// Also on the worker, where exceptions are swallowed otherwise.
+TEST_F(ExitWithAThrowingTarget, EndsTheProcess) {
+    configure(target("recording") + target("recording_b"));
+    EXPECT_EXIT(
+        {
+            start();
+            journal::onEvent("destroy", [](const PluginEvent&) { throw std::runtime_error("while it is destroyed"); });
+            journal::onEvent("isSyslog", [](const PluginEvent&) { std::exit(EXIT_SUCCESS); });
+            turnDial(2);
+            configure(target("recording") + target("recording_b"));
+            for (;;) {
+                pause();
+            }
+        },
+        KilledBySignal(SIGABRT), "");
 }

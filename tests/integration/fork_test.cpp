@@ -20,7 +20,7 @@ class Fork : public ForkFixture {
 protected:
     void build() {
         m_before = openDescriptors();
-        net = buildLogger();
+        ForkFixture::build();
     }
 
     // Reads a pipe to its end.

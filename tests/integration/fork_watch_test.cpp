@@ -11,7 +11,6 @@ bool refuseInotify = false;
 
 class ForkWatch : public ForkFixture {
 protected:
-    void build() { net = buildLogger(); }
 };
 
 } // namespace

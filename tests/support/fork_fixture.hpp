@@ -9,6 +9,16 @@
 
 class ForkFixture : public DialFixture {
 protected:
+    // Builds the logger, and waits until its worker waits, too: the sanitizers' allocators do not like a fork while
+    // another thread allocates.
+    void build() {
+        net = buildLogger();
+        waitUntil([] {
+            const std::set<int> ids = threadIds();
+            return std::any_of(ids.begin(), ids.end(), waitsForEvents);
+        });
+    }
+
     void say(const char* text) const { _sorrel(net, SR_INFO, "%s", text); }
 
     static bool hasText(const std::string& text) {
