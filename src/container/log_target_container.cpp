@@ -159,7 +159,7 @@ void CLogTargetContainer::setAppname(const std::string& name) {
 }
 
 // The frame of every operation: under the mutex what it does, then, when no other operation is on the thread's stack,
-// what was asked for meanwhile; at last, without the mutex, the worker is told of a new name.
+// what was asked for meanwhile; at last, without the operation's hold on the mutex, the worker is told of a new name.
 template <typename Operation>
 void CLogTargetContainer::perform(Operation operation) {
     bool tellWorker = false;
@@ -204,8 +204,7 @@ void CLogTargetContainer::doWhatWaits(Scope& scope, bool& tellWorker) {
             m_renamed = false;
         } else if (m_renamed) {
             if (!std::exchange(tellWorker, true)) {
-                __atomic_fetch_add(&m_tellers, 1,
-                                   __ATOMIC_SEQ_CST); // the descriptors stay open at exit until it is told
+                __atomic_fetch_add(&m_tellers, 1, __ATOMIC_SEQ_CST); // at exit the descriptors stay open until then
             }
             rereadRenamed(scope);
         } else {

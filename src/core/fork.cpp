@@ -118,7 +118,7 @@ void afterForkInChild() {
         }
         remake(slot->mutex(), slot->isBeingBuilt() ? 1 : 0);
     }
-    remake(sorrel::leafLock, 0);
+    sorrel::leafLock.unlock(); // not recursive, so it does not know its owner
 }
 
 } // namespace
