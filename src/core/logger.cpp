@@ -40,11 +40,15 @@ void endPlainLogger() {
     plainSlot.end();
 }
 
+void* handleOf(std::uintptr_t number) {
+    return reinterpret_cast<void*>(number); // NOLINT(performance-no-int-to-ptr): nobody looks behind it
+}
+
 // A handler can only be taken away by a call of it.
 void removeExitHandler(std::uintptr_t number) {
     if (number != 0) {
         handlerIsLeaving = true;
-        abi::__cxa_finalize(reinterpret_cast<void*>(number));
+        abi::__cxa_finalize(handleOf(number));
         handlerIsLeaving = false;
     }
 }
@@ -54,7 +58,7 @@ void removeExitHandler(std::uintptr_t number) {
 bool moveExitHandler() {
     static std::atomic<std::uintptr_t> lastNumber{0};
     const std::uintptr_t number = ++lastNumber;
-    if (abi::__cxa_atexit(endConfiguredLogger, nullptr, reinterpret_cast<void*>(number)) != 0) {
+    if (abi::__cxa_atexit(endConfiguredLogger, nullptr, handleOf(number)) != 0) {
         return false;
     }
     std::uintptr_t former = exitHandler;
