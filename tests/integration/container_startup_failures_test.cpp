@@ -162,7 +162,7 @@ TEST_F(ContainerStartupFailures, WithoutMemoryForTheThreadObjectThereIsNoWorker)
 TEST_F(ContainerStartupFailures, AThreadThatCannotBeStartedIsReportedWithWhatWasCaught) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, std::size_t{1} << (sizeof(void*) * 8 - 2));
+    pthread_attr_setstacksize(&attributes, std::size_t{3} << (sizeof(void*) * 8 - 2));
     ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
     OpenContainer container(directory(), true);
     expectUnwatched(container, StartsWith("logtarget-container: unable to create worker thread: exception caught: "
