@@ -12,6 +12,18 @@ using testing::IsSupersetOf;
 
 namespace {
 
+// Set when a test begins; called inside each operation, but not inside itself. Never destroyed, as what it refers to:
+// the worker may still be in an operation when the test is over.
+auto& action = *new std::function<void(const std::string&)>([](const std::string&) {});
+
+void act(const std::string& kind) {
+    thread_local bool acting = false;
+    if (!std::exchange(acting, true)) {
+        action(kind);
+        acting = false;
+    }
+}
+
 // Does the action of the test in each operation of a target.
 class BusyTarget : public LoggerFixture {
 protected:
@@ -20,12 +32,9 @@ protected:
 
     BusyTarget() {
         for (const std::string& kind : kinds) {
-            m_hooks.push_back(std::make_unique<ScopedHook>(kind, [this, kind](const PluginEvent&) { act(kind); }));
+            m_hooks.push_back(std::make_unique<ScopedHook>(kind, [kind](const PluginEvent&) { act(kind); }));
         }
     }
-
-    // Set when a test begins; called inside each operation, but not inside itself.
-    std::function<void(const std::string&)> action = [](const std::string&) {};
 
     void runThroughAll() {
         configure(target("recording"));
@@ -40,14 +49,6 @@ protected:
     }
 
 private:
-    void act(const std::string& kind) {
-        thread_local bool acting = false;
-        if (!std::exchange(acting, true)) {
-            action(kind);
-            acting = false;
-        }
-    }
-
     Watchdog m_watchdog;
     std::vector<std::unique_ptr<ScopedHook>> m_hooks;
 };
@@ -80,8 +81,8 @@ TEST_F(BusyTarget, MayLogInEachOperation) {
 }
 
 TEST_F(BusyTarget, MayNameTheApplicationInEachOperation) {
-    std::vector<std::string> named;
-    action = [&](const std::string& kind) {
+    static auto& named = *new std::vector<std::string>;
+    action = [](const std::string& kind) {
         if (std::find(named.begin(), named.end(), kind) == named.end()) {
             named.push_back(kind);
             EXPECT_STREQ(sorrel_set_applicationname(("by " + kind).c_str()), ("by " + kind).c_str());
