@@ -70,7 +70,6 @@ private:
         // Sequentially consistent, like the marking of a container as gone: either the destructor sees this operation,
         // or this operation sees that the container is gone.
         __atomic_store_n(&m_container.m_depth, m_container.m_depth + 1, __ATOMIC_SEQ_CST);
-        goInto(m_container, nullptr);
         if (isGone(m_container)) {
             leave();
             return false;

@@ -1,28 +1,13 @@
 // The watch of the configuration in a forked child: its own, from its first message on.
 #include "fork_fixture.hpp"
+#include "refused_inotify.hpp"
 #include "syslog_recorder.hpp"
-
-#include <cerrno>
-#include <sys/syscall.h>
 
 namespace {
 
-bool refuseInotify = false;
-
-class ForkWatch : public ForkFixture {
-protected:
-};
+class ForkWatch : public ForkFixture {};
 
 } // namespace
-
-extern "C" int fakeInotifyInit() __asm__("inotify_init");
-extern "C" int fakeInotifyInit() {
-    if (refuseInotify) {
-        errno = EMFILE;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_inotify_init1, 0));
-}
 
 TEST_F(ForkWatch, ChildThatOnlyExecutesAProgramPaysNothing) {
     build();

@@ -3,14 +3,13 @@
 #include "child_storm.hpp"
 #include "config_storm.hpp"
 #include "fork_fixture.hpp"
+#include "refused_inotify.hpp"
 #include "storm_size.hpp"
 #include "storm_standstill.hpp"
 
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <cerrno>
-#include <sys/syscall.h>
 
 using testing::IsEmpty;
 
@@ -24,7 +23,6 @@ constexpr int kLoggers = 2;
 constexpr int kMessages = 5;
 constexpr std::chrono::seconds kPatience(kChildPatienceSeconds + 20);
 
-bool refuseInotify = false;       // as the kernel does when the user has no instance left
 std::atomic<int> heard{0};        // messages of this process that reached the target, if it is a child
 std::atomic<bool> isOver{false};  // no more storm
 std::atomic<int> heardOfStorm{0}; // messages of the storm that reached the target
@@ -153,15 +151,6 @@ void ForkStorm::forkManyTimes(ChildStorm& children, int times, StandstillGuard& 
 }
 
 } // namespace
-
-extern "C" int fakeInotifyInit() __asm__("inotify_init");
-extern "C" int fakeInotifyInit() {
-    if (refuseInotify) {
-        errno = EMFILE;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_inotify_init1, 0));
-}
 
 TEST_F(ForkStorm, ChildrenPassAndTheParentIsLeftAlone) {
     if (!kChildrenMayAllocate) {
