@@ -6,6 +6,9 @@ option(SORREL_BUILD_TOOLS "Build the command-line tools (there are none yet)" ${
 option(SORREL_BUILD_EXAMPLES "Build the example programs" ${PROJECT_IS_TOP_LEVEL})
 option(SORREL_BUILD_FUZZERS "Build the fuzzers (needs clang's libFuzzer)" OFF)
 
+# The library.
+option(SORREL_FAST_PATH "Format plain messages without vsnprintf, and keep the process id" ON)
+
 option(SORREL_REQUIRE_DEPENDENCIES "Fail, instead of leaving a part out, when a dependency is missing" OFF)
 option(SORREL_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 set(SORREL_SANITIZE "" CACHE STRING "Sanitizers to build everything with: address,undefined or thread")

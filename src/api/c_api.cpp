@@ -9,20 +9,31 @@
 
 using sorrel::ErrnoKeeper;
 
-// A filtered message costs the two tests and nothing else, once the logger exists.
-void _sorrel(sorrel_component* component, sorrel_level* level, const char* format, ...) {
-    CSorrel* logger = sorrel::configuredLogger.load(std::memory_order_acquire);
-    if (logger != nullptr && !sorrel::messagePasses(component, level)) {
-        return;
-    }
+namespace {
+
+// What is left to do for a message that passes, or that is the first and builds the logger. Not inlined: what it needs
+// of the stack is not for messages that are filtered.
+__attribute__((noinline, format(printf, 4, 0))) void logFurther(CSorrel* logger, sorrel_component* component,
+                                                                sorrel_level* level, const char* format, va_list args) {
     const ErrnoKeeper keeper;
     if (logger == nullptr) {
         logger = CSorrel::getInstance();
         keeper.restore(); // %m shows the caller's errno, not what building the logger left
     }
+    logger->log(component, level, format, args);
+}
+
+} // namespace
+
+// A filtered message costs the two tests and nothing else, once the logger exists.
+void _sorrel(sorrel_component* component, sorrel_level* level, const char* format, ...) {
+    CSorrel* const logger = sorrel::configuredLogger.load(std::memory_order_acquire);
+    if (logger != nullptr && !sorrel::enabled(component, level)) {
+        return;
+    }
     va_list args;
     va_start(args, format);
-    logger->log(component, level, format, args);
+    logFurther(logger, component, level, format, args);
     va_end(args);
 }
 

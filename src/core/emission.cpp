@@ -4,7 +4,8 @@
 #include <sorrel/tangle_log.h>
 
 #include "container/gone.hpp"
-#include "core/message_path.hpp"
+#include "core/plain_format.hpp"
+#include "core/process_id.hpp"
 #include "core/second_pass.hpp"
 #include "core/thread_record.hpp"
 
@@ -22,6 +23,27 @@ constexpr std::size_t kTextSize = 2048; // longer texts are cut
 // Deliberate: one buffer for the whole process, without a lock.
 char sorSyslogBuffer[kTextSize];
 
+// The length of the text, which ends at its first zero character.
+std::size_t formatText(char (&text)[kTextSize], const char* format, va_list args) {
+#ifdef SORREL_FAST_PATH
+    const std::size_t length = sorrel::formatPlainly(text, kTextSize, format, args);
+    if (length != sorrel::kNotPlain) {
+        return length;
+    }
+#endif
+    text[0] = '\0'; // vsnprintf may fail before it writes anything
+    vsnprintf(text, kTextSize, format, args);
+    return std::strlen(text);
+}
+
+int currentProcessId() {
+#ifdef SORREL_FAST_PATH
+    return sorrel::keptProcessId();
+#else
+    return getpid();
+#endif
+}
+
 void copyText(char (&to)[kTextSize], const char (&from)[kTextSize]) {
     std::memcpy(to, from, kTextSize);
     to[kTextSize - 1] = '\0'; // another thread may be writing over the end
@@ -30,21 +52,26 @@ void copyText(char (&to)[kTextSize], const char (&from)[kTextSize]) {
 } // namespace
 
 void CSorrel::log(sorrel_component* component, sorrel_level* level, const char* format, va_list args) {
-    if (!sorrel::messagePasses(component, level)) {
+    if (!sorrel::enabled(component, level)) {
         return;
     }
     char text[kTextSize];
-    text[0] = '\0'; // vsnprintf may fail before it writes anything
-    vsnprintf(text, sizeof text, format, args);
+    const std::size_t length = formatText(text, format, args);
     timeval now;
     gettimeofday(&now, nullptr);
-    const int processId = getpid();
-    const thread_data_t& thread = sorrel::threadRecord();
-    const int depth = thread.depth;
-    const std::string function = thread.functionStack.empty() ? std::string() : thread.functionStack.front();
-    const std::string message(text);
-    m_container.log(processId, depth, now.tv_sec, static_cast<int>(now.tv_usec), level, thread.threadName,
-                    component->name, function, message);
+    const int processId = currentProcessId();
+    sorrel::ThreadRecord& thread = sorrel::threadRecord();
+    const int depth = thread.data.depth;
+    sorrel::MessageInProgress message(thread);
+    sorrel::MessageStrings& strings = message.strings();
+    if (thread.data.functionStack.empty()) {
+        strings.function.clear();
+    } else {
+        strings.function = thread.data.functionStack.front();
+    }
+    strings.text.assign(text, length);
+    m_container.log(processId, depth, now.tv_sec, static_cast<int>(now.tv_usec), level, thread.data.threadName,
+                    component->name, strings.function, strings.text);
 }
 
 void CSorrel::sorSyslog(sorrel_component* component, sorrel_level* level, const char* format, va_list args) {

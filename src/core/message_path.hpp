@@ -2,9 +2,6 @@
 #ifndef SORREL_CORE_MESSAGE_PATH_HPP
 #define SORREL_CORE_MESSAGE_PATH_HPP
 
-#include <sorrel/component.hpp>
-#include <sorrel/level.h>
-
 #include <atomic>
 #include <cerrno>
 
@@ -14,12 +11,6 @@ namespace sorrel {
 
 // The configured logger once it has been built whole, null before. Read with acquire.
 extern std::atomic<CSorrel*> configuredLogger;
-
-// The only filter on the road of a message. The mask is read without a lock while others may write it.
-inline bool messagePasses(const sorrel_component* component, const sorrel_level* level) {
-    return component != nullptr && level != nullptr &&
-           (__atomic_load_n(&component->mask, __ATOMIC_RELAXED) & level->mask) != 0;
-}
 
 // Leaves the caller's errno as it was when the scope was entered.
 class ErrnoKeeper {

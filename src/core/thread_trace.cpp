@@ -15,33 +15,38 @@ std::atomic<bool> legacyInitialised{false};
 
 thread_local CSorrel::thread_data_t CSorrel::thread_data;
 
+__thread sorrel::ThreadRecord* sorrel::knownThreadRecord = nullptr;
+
 namespace {
 
-// These two have no destructor, so they can be used to the very end of the thread.
-thread_local bool recordIsGone = false;
-thread_local CSorrel::thread_data_t* lateRecord = nullptr;
+__thread bool isOver = false; // has no destructor, so it can be used to the very end of the thread
 
-// Made after the record, with it, and so destroyed just before it.
-struct RecordEnd {
-    RecordEnd() = default;
-    RecordEnd(const RecordEnd&) = delete;
-    RecordEnd& operator=(const RecordEnd&) = delete;
-    ~RecordEnd() { recordIsGone = true; }
-    void use() {} // a thread-local that is never used is never made
+// Made after the exported record, with it, and so destroyed just before it.
+struct EndingRecord : sorrel::ThreadRecord {
+    EndingRecord() : ThreadRecord{CSorrel::thread_data, {}, nullptr} {}
+    EndingRecord(const EndingRecord&) = delete;
+    EndingRecord& operator=(const EndingRecord&) = delete;
+    ~EndingRecord() {
+        isOver = true;
+        sorrel::knownThreadRecord = nullptr;
+    }
 };
-thread_local RecordEnd recordEnd;
 
 } // namespace
 
-CSorrel::thread_data_t& sorrel::threadRecord() {
-    if (recordIsGone) {
-        if (lateRecord == nullptr) {
-            lateRecord = new CSorrel::thread_data_t;
-        }
-        return *lateRecord;
+sorrel::ThreadRecord& sorrel::makeThreadRecord() {
+    if (isOver) {
+        knownThreadRecord = new ThreadRecord{*new CSorrel::thread_data_t, {}, nullptr}; // never freed
+    } else {
+        thread_local EndingRecord record;
+        knownThreadRecord = &record;
     }
-    recordEnd.use();
-    return CSorrel::thread_data;
+    return *knownThreadRecord;
+}
+
+sorrel::MessageStrings& sorrel::makeInnerStrings(MessageStrings& outer) {
+    outer.inner = std::make_unique<MessageStrings>();
+    return *outer.inner;
 }
 
 void CSorrel::init(sorrel_component* component, const char* threadName, bool announce) {
@@ -49,20 +54,20 @@ void CSorrel::init(sorrel_component* component, const char* threadName, bool ann
         legacyInitialised.store(true, std::memory_order_relaxed);
         sorrel::sorrel_tangleLogInit();
     }
-    sorrel::threadRecord().threadName = threadName;
+    sorrel::threadRecord().data.threadName = threadName;
     if (component != nullptr && announce) {
         _sorrel(component, SR_ENTERLEAVE, "----- Thread %s started.", threadName);
     }
 }
 
 void CSorrel::done(sorrel_component* component) {
-    thread_data_t& thread = sorrel::threadRecord();
+    thread_data_t& thread = sorrel::threadRecord().data;
     _sorrel(component, SR_ENTERLEAVE, "----- Thread %s ending.", thread.threadName.c_str());
     thread.threadName = "<thrd done>";
 }
 
 void CSorrel::enterFunction(sorrel_component* component, const char* functionName) {
-    thread_data_t& thread = sorrel::threadRecord();
+    thread_data_t& thread = sorrel::threadRecord().data;
     thread.functionStack.emplace_front(functionName);
     _sorrel(component, SR_ENTERLEAVE, "entering");
     ++thread.depth;
@@ -70,7 +75,7 @@ void CSorrel::enterFunction(sorrel_component* component, const char* functionNam
 
 // Deliberate: the depth goes down even when no function was entered, and may become negative.
 void CSorrel::leaveFunction(sorrel_component* component) {
-    thread_data_t& thread = sorrel::threadRecord();
+    thread_data_t& thread = sorrel::threadRecord().data;
     --thread.depth;
     _sorrel(component, SR_ENTERLEAVE, "leaving");
     if (!thread.functionStack.empty()) {

@@ -1,4 +1,5 @@
 // What a message costs besides time: allocations, and calls into the C library, which this program counts.
+#include "fast_path.hpp"
 #include "raw_target.hpp"
 
 #include <sorrel/level.h>
@@ -98,11 +99,12 @@ Costs costsOf(Action action) {
     return costs;
 }
 
-// With one target that is loaded like any other and does nothing.
+// With one target that is loaded like any other and does nothing, and one that answers.
 class MessagePath : public RawTargetFixture {
 protected:
     MessagePath() {
         directory().write("sorrel.cfg", std::string(kTargetLine) + "\n");
+        directory().write("sorrel-answering.cfg", "target=" SORREL_TEST_ANSWERING_TARGET "\n");
         setenv("SORL_PATH", directory().path().c_str(), 1);
         m_component = sorrel_create_component("net", SR_INFO, "");
     }
@@ -123,17 +125,44 @@ TEST_F(MessagePath, TheContainerAllocatesNothingAndLocksOnce) {
 }
 
 TEST_F(MessagePath, AMessageThatPassesIsFormattedStampedAndLockedOnce) {
-    const Costs spent = costsOf([&] { _sorrel(component(), SR_INFO, "value %d", 7); });
+    const Costs spent = costsOf([&] { _sorrel(component(), SR_INFO, "value %5d", 7); });
     EXPECT_EQ(spent.formattings, 1);
     EXPECT_EQ(spent.clockReads, 1);
-    EXPECT_EQ(spent.processQueries, 1);
+    EXPECT_EQ(spent.processQueries, kFastPath ? 0 : 1);
     EXPECT_EQ(spent.locks, 1);
-    EXPECT_EQ(spent.allocations, 0) << "a short text fits into its string";
 }
 
-TEST_F(MessagePath, ALongTextCostsTheOneAllocationOfItsString) {
+TEST_F(MessagePath, OnTheFastPathAPlainFormatDoesNotGoToVsnprintf) {
+    const Costs spent = costsOf([&] { _sorrel(component(), SR_INFO, "value %d %f %s", 7, 3.5, "text"); });
+    EXPECT_EQ(spent.formattings, kFastPath ? 0 : 1);
+    EXPECT_EQ(spent.clockReads, 1);
+    EXPECT_EQ(spent.locks, 1);
+}
+
+TEST_F(MessagePath, AWarmMessageAllocatesNothing) {
+    const std::string longName(100, 'n');
+    const std::string longText(3000, 't');
+    sorrel_init_nosorrel(longName.c_str());
+    sorrel_enter_function(component(), longName.c_str());
+    const Costs plain = costsOf([&] { _sorrel(component(), SR_INFO, "%s", "longer than the buffer of a string"); });
+    EXPECT_EQ(plain.allocations, 0);
+    const Costs cut = costsOf([&] { _sorrel(component(), SR_INFO, "%s", longText.c_str()); });
+    EXPECT_EQ(cut.allocations, 0);
+}
+
+TEST_F(MessagePath, AWarmMessageThatATargetLogsMeanwhileAllocatesNothing) {
+    sorrel_set_applicationname("answering");
+    sorrel_create_component("answers", SR_INFO, "");
     const Costs spent = costsOf([&] { _sorrel(component(), SR_INFO, "%s", "longer than the buffer of a string"); });
-    EXPECT_EQ(spent.allocations, 1);
+    EXPECT_EQ(spent.clockReads, 2);
+    EXPECT_EQ(spent.allocations, 0);
+}
+
+TEST_F(MessagePath, ADumpAllocatesNothing) {
+    const std::string block(1000, 'd');
+    const Costs spent = costsOf([&] { sorrel_dump(component(), SR_INFO, block.data(), 1000); });
+    EXPECT_EQ(spent.clockReads, 63);
+    EXPECT_EQ(spent.allocations, 0);
 }
 
 TEST_F(MessagePath, AFilteredMessageDoesNothingButTheTest) {

@@ -143,9 +143,34 @@ TEST_F(MessagePath, ATextThatCannotBeFormattedArrivesEmpty) {
     createNet(SR_INFO);
     _sorrel(m_net, SR_INFO, "the one before");
     formattingFails = true;
-    _sorrel(m_net, SR_INFO, "hello");
+    _sorrel(m_net, SR_INFO, "%5d", 7);
     formattingFails = false;
     EXPECT_THAT(journal::texts(), ElementsAre("the one before", ""));
+}
+
+TEST_F(MessagePath, ATextOfSorSyslogThatCannotBeFormattedArrivesEmpty) {
+    createNet(SR_INFO);
+    sor_syslog(m_net, SR_INFO, "the one before");
+    formattingFails = true;
+    sor_syslog(m_net, SR_INFO, "hello");
+    formattingFails = false;
+    EXPECT_THAT(journal::texts(), ElementsAre("the one before", ""));
+}
+
+TEST_F(MessagePath, ATargetKeepsTheNameOfAFunctionThatItLeavesItself) {
+    configure(target("leaving"));
+    createNet(SR_INFO);
+    const std::string longName(100, 'f');
+    sorrel_enter_function(nullptr, longName.c_str());
+    sorrel_enter_function(nullptr, "inner");
+    _sorrel(m_net, SR_INFO, "one");
+    _sorrel(m_net, SR_INFO, "two");
+    _sorrel(m_net, SR_INFO, "three");
+    const auto messages = messagesOf("leaving");
+    ASSERT_EQ(messages.size(), 3U);
+    EXPECT_EQ(messages[0].functionName, "inner");
+    EXPECT_EQ(messages[1].functionName, longName);
+    EXPECT_EQ(messages[2].functionName, "");
 }
 
 TEST_F(MessagePath, MessagesOfManyThreadsArriveWholeAndInTheOrderOfEachThread) {

@@ -1,6 +1,5 @@
 // Levels: the records, the predefined ones, and what is made of them.
-#include "core/message_path.hpp"
-
+#include <sorrel/component.hpp>
 #include <sorrel/level.h>
 #include <sorrel/logger.hpp>
 #include <sorrel/sorrel.h>
@@ -35,7 +34,7 @@ unsigned int maskOfNumeric(int numeric) {
 bool passes(unsigned int componentMask, unsigned int levelMask) {
     const sorrel_component component{"c", componentMask, {}};
     const sorrel_level level{0, levelMask};
-    return sorrel::messagePasses(&component, &level);
+    return sorrel::enabled(&component, &level);
 }
 
 } // namespace
@@ -241,7 +240,7 @@ TEST(LevelTest, NothingPassesAtALevelWithoutBits) {
 
 TEST(LevelTest, NothingPassesWithoutAComponentOrALevel) {
     const sorrel_component component{"c", 0xffffffffU, {}};
-    EXPECT_FALSE(sorrel::messagePasses(nullptr, SR_ALL));
-    EXPECT_FALSE(sorrel::messagePasses(&component, nullptr));
-    EXPECT_FALSE(sorrel::messagePasses(nullptr, nullptr));
+    EXPECT_FALSE(sorrel::enabled(nullptr, SR_ALL));
+    EXPECT_FALSE(sorrel::enabled(&component, nullptr));
+    EXPECT_FALSE(sorrel::enabled(nullptr, nullptr));
 }
