@@ -24,7 +24,8 @@ constexpr std::size_t kTextSize = 2048; // longer texts are cut
 char sorSyslogBuffer[kTextSize];
 
 // The length of the text, which ends at its first zero character.
-std::size_t formatText(char (&text)[kTextSize], const char* format, va_list args) {
+__attribute__((format(printf, 2, 0))) std::size_t formatText(char (&text)[kTextSize], const char* format,
+                                                             va_list args) {
 #ifdef SORREL_FAST_PATH
     const std::size_t length = sorrel::formatPlainly(text, kTextSize, format, args);
     if (length != sorrel::kNotPlain) {

@@ -12,7 +12,8 @@ namespace sorrel {
 // width, a null string, text that would be cut, another locale's radix or rounding mode) the result is kNotPlain: then
 // the content of `text` means nothing, and `args` are as they were, for vsnprintf.
 inline constexpr std::size_t kNotPlain = static_cast<std::size_t>(-1);
-std::size_t formatPlainly(char* text, std::size_t size, const char* format, va_list args);
+std::size_t formatPlainly(char* text, std::size_t size, const char* format, va_list args)
+    __attribute__((format(printf, 3, 0)));
 
 } // namespace sorrel
 

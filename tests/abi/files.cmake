@@ -5,7 +5,7 @@ function(sorrel_script_test label name)
 endfunction()
 
 set(exportedNames ${CMAKE_CURRENT_SOURCE_DIR}/exported_names.txt)
-foreach(property soname needed relocations versions boost names)
+foreach(property soname needed relocations calls versions boost names)
     sorrel_script_test(abi SharedObject.${property}
         ${CMAKE_CURRENT_SOURCE_DIR}/check_shared_object ${property} $<TARGET_FILE:sorrel> ${exportedNames})
 endforeach()
