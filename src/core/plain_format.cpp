@@ -124,7 +124,7 @@ bool hasUsualRadix() {
 constexpr fpu_control_t kRoundingBits = _FPU_RC_ZERO;
 #elif defined(__aarch64__)
 constexpr fpu_control_t kRoundingBits = _FPU_FPCR_RM_MASK;
-#elif defined(__arm__)
+#elif defined(__arm__) && !defined(__SOFTFP__)
 constexpr fpu_control_t kRoundingBits = _FPU_MASK_RM;
 #else
 constexpr fpu_control_t kRoundingBits = ~fpu_control_t(0); // any bit is a doubt
