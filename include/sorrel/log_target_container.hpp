@@ -187,6 +187,7 @@ protected:
 
 private:
     class Scope; // an operation that holds the mutex; src/container/container_scope.hpp
+    struct TellerNote;
     friend struct ForkAccess;
     friend void endAtExit(CLogTargetContainer& container, const int& loggersDepth,
                           std::chrono::steady_clock::time_point deadline);

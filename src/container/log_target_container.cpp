@@ -12,7 +12,6 @@
 #include <new>
 #include <syslog.h>
 #include <unistd.h>
-#include <utility>
 
 namespace sorrel {
 
@@ -158,6 +157,19 @@ void CLogTargetContainer::setAppname(const std::string& name) {
     });
 }
 
+// Notes, at the end of an operation, while the mutex is held, that this thread is about to tell the worker: until it
+// has, the descriptors stay open at exit.
+struct CLogTargetContainer::TellerNote {
+    ~TellerNote() {
+        if (tellsWorker) {
+            __atomic_fetch_add(&container.m_tellers, 1, __ATOMIC_SEQ_CST);
+        }
+    }
+
+    CLogTargetContainer& container;
+    const bool& tellsWorker;
+};
+
 // The frame of every operation: under the mutex what it does, then, when no other operation is on the thread's stack,
 // what was asked for meanwhile; at last, without the operation's hold on the mutex, the worker is told of a new name.
 template <typename Operation>
@@ -168,6 +180,7 @@ void CLogTargetContainer::perform(Operation operation) {
         if (!scope) {
             return;
         }
+        const TellerNote note{*this, tellWorker};
         if (m_watchAgain && scope.isOutermost()) {
             watchAgain();
         }
@@ -203,9 +216,7 @@ void CLogTargetContainer::doWhatWaits(Scope& scope, bool& tellWorker) {
         if (round == kMaxRereads) {
             m_renamed = false;
         } else if (m_renamed) {
-            if (!std::exchange(tellWorker, true)) {
-                __atomic_fetch_add(&m_tellers, 1, __ATOMIC_SEQ_CST); // at exit the descriptors stay open until then
-            }
+            tellWorker = true;
             rereadRenamed(scope);
         } else {
             reread();

@@ -89,6 +89,19 @@ TEST_F(Exit, WithTheComponentsLockHeldEndsTheProcess) {
         ExitedWithCode(0), Eq(std::string(kReleased) + "all silent\n"));
 }
 
+TEST_F(Exit, WithTheComponentsLockHeldEndsTheWorkerThatWaitsForIt) {
+    EXPECT_EXIT(
+        {
+            start();
+            CSorrel::getInstance()->lockComponents();
+            CSorrel::getInstance()->lockComponents();
+            turnDial(2);
+            expectAtExit(waitUntil(anotherThreadWaitsForLock), "the worker waits");
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), Eq(kReleased));
+}
+
 TEST_F(Exit, TargetsThatLogWhileTheyAreDestroyedAreNotHeard) {
     configure(target("recording") + target("static_object"));
     EXPECT_EXIT(
@@ -97,6 +110,22 @@ TEST_F(Exit, TargetsThatLogWhileTheyAreDestroyedAreNotHeard) {
             std::exit(EXIT_SUCCESS);
         },
         ExitedWithCode(0), AllOf(HasSubstr("static_object destroy\n"), Not(HasSubstr("farewell"))));
+}
+
+TEST_F(Exit, FromATargetThatIsToldTheNameStillEndsTheWorker) {
+    EXPECT_EXIT(
+        {
+            start();
+            journal::onEvent("appname", [](const PluginEvent&) {
+                lastWords.speak = [] {
+                    const bool ended = waitUntil([] { return threadIds().size() == 1; });
+                    expectAtExit(ended, "the worker has ended");
+                };
+                std::exit(kChildPassed);
+            });
+            sorrel_set_applicationname("player");
+        },
+        ExitedWithCode(kChildPassed), Not(HasSubstr("recording destroy\n")));
 }
 
 TEST_F(Exit, TargetThatWasLoadedLaterIsReleasedBeforeItsStaticObjects) {
