@@ -15,7 +15,7 @@ namespace {
 
 constexpr int kUsualPrecision = 6;
 constexpr int kHexadecimal = 16;
-constexpr int kShortLiteral = 8; // characters that are copied one by one, which is cheaper than two calls
+constexpr int kShortLiteral = 3; // characters that are copied one by one, which is cheaper than two calls
 
 // A copy of the caller's arguments.
 class Arguments {

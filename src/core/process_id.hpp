@@ -4,7 +4,7 @@
 
 namespace sorrel {
 
-// What getpid() says, also right after a fork or a raw clone.
+// What getpid() says, also right after a fork, or a raw clone with memory of its own.
 int keptProcessId();
 
 } // namespace sorrel
