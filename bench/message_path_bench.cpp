@@ -1,5 +1,6 @@
 // The road of a message: filtered, passing to no target and to one, beside the floor; traced functions; hex dumps.
 // Everything runs on the one configured logger of the process, whose configuration lies in a directory of its own.
+#include "configuration_directory.hpp"
 #include "message_floor.hpp"
 #include "null_target.hpp"
 
@@ -8,36 +9,9 @@
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <stdexcept>
 #include <vector>
 
 namespace {
-
-// Removed when the program ends, after the logger has stopped watching it.
-class ConfigurationDirectory {
-public:
-    ConfigurationDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "sorrel-bench-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory");
-        }
-        m_path = pattern;
-        std::ofstream(m_path / "sorrel.cfg") << "# no target\n";
-        std::ofstream(m_path / "sorrel-one.cfg") << "target=" SORREL_BENCH_NULL_TARGET "\n";
-        setenv("SORL_PATH", m_path.c_str(), 1);
-    }
-    ConfigurationDirectory(const ConfigurationDirectory&) = delete;
-    ConfigurationDirectory& operator=(const ConfigurationDirectory&) = delete;
-    ~ConfigurationDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_path, ignored);
-    }
-
-private:
-    std::filesystem::path m_path;
-};
 
 // Each name has a configuration of its own, which is in force when the call returns.
 void useNoTarget(const benchmark::State&) {
@@ -107,6 +81,8 @@ BENCHMARK(hexDump)->Arg(16)->Arg(256)->Arg(4096)->Setup(useOneTarget);
 
 int main(int argc, char** argv) {
     const ConfigurationDirectory configuration;
+    configuration.write("sorrel.cfg", "# no target\n");
+    configuration.write("sorrel-one.cfg", "target=" SORREL_BENCH_NULL_TARGET "\n");
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return EXIT_FAILURE;

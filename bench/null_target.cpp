@@ -1,19 +1,10 @@
 // The null target as a plug-in.
 #include "null_target.hpp"
-
-extern "C" SORREL_API sorrel::IClassFactory* getClassFactory();
+#include "target_factory.hpp"
 
 namespace {
 
-class NullTargetFactory final : public sorrel::IClassFactory {
-public:
-    sorrel::IDynamicObject* createObject(const std::string&, sorrel::IDynamicObjectCreationParams*) override {
-        return new NullTarget;
-    }
-    void destroyObject(sorrel::IDynamicObject* object) override { delete object; }
-};
-
-NullTargetFactory factory;
+TargetFactory<NullTarget> factory;
 
 } // namespace
 

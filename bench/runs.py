@@ -1,0 +1,65 @@
+"""What is run in each round of the benchmark."""
+
+import os
+import tempfile
+from functools import partial
+from pathlib import Path
+
+from programs import PROGRAMS, measure, program
+
+USUAL_WORD = 12
+THREADS = (1, 8)
+TARGETS = (1, 64)
+LOGGING_THREADS = (1, 64)
+LAUNCHES = 50  # of each kind in each round
+REWRITES = 100
+REALTIME = ("chrt", "--fifo", "1")
+
+
+def message(file, threads, milliseconds, word=USUAL_WORD):
+    return partial(measure, f"message_{file}", "batches", threads, milliseconds, word)
+
+
+def with_configuration(name, *arguments):
+    """A program whose configuration is there before it starts."""
+    with tempfile.TemporaryDirectory(prefix="sorrel-bench-") as directory:
+        Path(directory, "sorrel.cfg").write_text(f"target={PROGRAMS}/tally_target.so\n", encoding="ascii")
+        return measure(name, *arguments, env=os.environ | {"SORL_PATH": directory})
+
+
+def launches():
+    """Milliseconds until the first message, of the first program with the library, of the second without."""
+    programs = (program("launch_sorrel"), program("launch_none"))
+    return with_configuration("launcher", LAUNCHES, *programs)
+
+
+def of_messages(peers, milliseconds):
+    return {
+        ("message", name, threads): message(file, threads, milliseconds)
+        for threads in THREADS
+        for name, file in peers.items()
+    }
+
+
+def of_parts(peers, milliseconds, priority):
+    """The parts of this library, and what they are compared with.
+
+    On a busy machine the worst rewrite tells of the neighbours, unless they have to wait.
+    """
+    before = REALTIME if priority else ()
+    runs = {
+        ("filtered",): partial(measure, "costs", "filtered", milliseconds),
+        ("launches",): launches,
+        ("rewrite",): partial(measure, "costs", "rewrite", REWRITES, before=before),
+        ("reloads",): partial(measure, "costs", "reloads", 10 * milliseconds),
+        ("dump", "libsorrel"): partial(measure, "dump_sorrel", milliseconds, "characters"),
+    }
+    if "spdlog" in peers:
+        for kind in ("characters", "plain"):
+            runs["dump", kind] = partial(measure, "dump_spdlog", milliseconds, kind)
+    for count in TARGETS:
+        runs["targets", count] = partial(measure, "costs", "targets", count, milliseconds)
+    for threads in LOGGING_THREADS:
+        for file in ("sorrel", "none"):
+            runs["memory", file, threads] = partial(with_configuration, f"memory_{file}", threads)
+    return runs
