@@ -29,6 +29,11 @@ if(NOT CMAKE_CROSSCOMPILING)
     endforeach()
 endif()
 
+# What is installed serves projects outside this tree.
+if(NOT CMAKE_CROSSCOMPILING)
+    sorrel_script_test(abi Package ${CMAKE_CURRENT_SOURCE_DIR}/check_package ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+endif()
+
 # Who includes whom, and which of the two the test programs were linked from.
 sorrel_script_test(walls Tree ${PROJECT_SOURCE_DIR}/scripts/check-walls ${CMAKE_BINARY_DIR})
 sorrel_script_test(walls TheCheckerFindsPlantedViolations

@@ -112,8 +112,20 @@ TEST_F(ReferenceTargets, TheFileTargetIsRefusedWithoutAFile) {
 
 TEST_F(ReferenceTargets, TheFileTargetIsRefusedWhenTheFileCannotBeOpened) {
     logTo(fileTarget("missing/app.log"), "hello");
-    EXPECT_TRUE(diagnostics().has("file-target: unable to open \"" + files().file("missing/app.log") +
-                                  "\" - errno=No such file or directory"));
+    EXPECT_TRUE(diagnostics().has("file-target: parameter \"file\": \"" + files().file("missing/app.log") +
+                                  "\" cannot be opened: No such file or directory"));
+}
+
+TEST_F(ReferenceTargets, AParameterThatDoesNotExistRefusesTheTarget) {
+    logTo(fileTarget("app.log") + ", flie=twice", "hello");
+    EXPECT_TRUE(
+        diagnostics().has("file-target: parameter \"flie\": \"twice\" is given to a parameter that does not exist"));
+    EXPECT_EQ(files().read("app.log"), "");
+}
+
+TEST_F(ReferenceTargets, TheConsoleRefusesAnotherStream) {
+    logTo(SORREL_TEST_CONSOLE_TARGET ", stream=stdin", "hello");
+    EXPECT_TRUE(diagnostics().has("console-target: parameter \"stream\": \"stdin\" is none of stdout, stderr"));
 }
 
 TEST_F(ReferenceTargets, TheTargetsAreUnloadedForGood) {

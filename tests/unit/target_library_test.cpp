@@ -1,0 +1,133 @@
+// What the helper for authors of targets makes of a class: the factory, and the reader of parameters.
+#include "verbose_diagnostics.hpp"
+
+#include <sorrel/target_library.hpp>
+
+#include <gmock/gmock.h>
+
+using testing::IsEmpty;
+using testing::Not;
+
+namespace {
+
+enum class Colour { RED, GREEN };
+
+struct Read {
+    std::string bell;
+    std::string tag;
+    long long rings;
+    Colour colour;
+    std::string applicationName;
+};
+
+Read lastRead;
+int living = 0;
+
+class DoorTarget final : public sorrel::NamedLogTarget {
+public:
+    explicit DoorTarget(sorrel::TargetParameters& parameters) : NamedLogTarget(parameters) {
+        lastRead.bell = parameters.text("bell");
+        lastRead.tag = parameters.text("tag", "none");
+        lastRead.rings = parameters.number("rings", 3, -5, 10);
+        lastRead.colour = parameters.choice("colour", Colour::GREEN, {{"red", Colour::RED}, {"green", Colour::GREEN}});
+        lastRead.applicationName = parameters.applicationName();
+        ++living;
+    }
+    DoorTarget(const DoorTarget&) = delete;
+    DoorTarget& operator=(const DoorTarget&) = delete;
+    ~DoorTarget() override { --living; }
+
+    void log(int, int, long long, int, sorrel_level*, const std::string&, const std::string&, const std::string&,
+             const std::string&) override {}
+};
+
+class TargetLibrary : public DiagnosticFixture {
+protected:
+    // The target, with these parameters; null when it is refused.
+    sorrel::ILogTarget* create(const std::map<std::string, std::string>& params) {
+        sorrel::CLogTargetParameters given;
+        given.params = params;
+        return dynamic_cast<sorrel::ILogTarget*>(m_factory.createObject("LogTarget", &given));
+    }
+
+    void expectRefused(const std::map<std::string, std::string>& params, const std::string& why) {
+        EXPECT_EQ(create(params), nullptr);
+        ASSERT_THAT(diagnostics().texts(), Not(IsEmpty()));
+        EXPECT_EQ(diagnostics().texts().back(), "door-target: " + why);
+        EXPECT_EQ(diagnostics().records().back().priority, 3);
+        EXPECT_EQ(living, 0);
+    }
+
+    sorrel::TargetFactory<DoorTarget> m_factory{"door"};
+};
+
+} // namespace
+
+TEST_F(TargetLibrary, ATargetIsMadeAndDestroyedByTheFactory) {
+    sorrel::ILogTarget* const target = create({{"bell", "loud"}});
+    ASSERT_NE(target, nullptr);
+    EXPECT_EQ(living, 1);
+    m_factory.destroyObject(target);
+    EXPECT_EQ(living, 0);
+}
+
+TEST_F(TargetLibrary, ANamedTargetHasItsNameAndWritesToNoSyslog) {
+    sorrel::ILogTarget* const target = create({{"bell", "loud"}});
+    EXPECT_EQ(target->getName(), "door");
+    EXPECT_FALSE(target->isSyslogTarget());
+    target->onComponentAdded(nullptr);
+    target->setAppname("player");
+    m_factory.destroyObject(target);
+}
+
+TEST_F(TargetLibrary, ParametersAreRead) {
+    sorrel::ILogTarget* const target = create({{"bell", "loud"},
+                                               {"tag", ""},
+                                               {"rings", "-5"},
+                                               {"colour", "red"},
+                                               {sorrel::TARGET_TOKEN_APPLICATION_NAME(), "player"}});
+    EXPECT_EQ(lastRead.bell, "loud");
+    EXPECT_EQ(lastRead.tag, "");
+    EXPECT_EQ(lastRead.rings, -5);
+    EXPECT_EQ(lastRead.colour, Colour::RED);
+    EXPECT_EQ(lastRead.applicationName, "player");
+    m_factory.destroyObject(target);
+}
+
+TEST_F(TargetLibrary, ParametersThatAreNotGivenHaveTheirDefaults) {
+    sorrel::ILogTarget* const target = create({{"bell", "loud"}});
+    EXPECT_EQ(lastRead.tag, "none");
+    EXPECT_EQ(lastRead.rings, 3);
+    EXPECT_EQ(lastRead.colour, Colour::GREEN);
+    EXPECT_EQ(lastRead.applicationName, "");
+    m_factory.destroyObject(target);
+}
+
+TEST_F(TargetLibrary, AMissingParameterRefusesTheTarget) {
+    expectRefused({}, "the parameter \"bell\" is missing");
+}
+
+TEST_F(TargetLibrary, AnUnknownParameterRefusesTheTarget) {
+    expectRefused({{"bell", "loud"}, {"rigns", "2"}},
+                  "parameter \"rigns\": \"2\" is given to a parameter that does not exist");
+}
+
+TEST_F(TargetLibrary, AWordThatIsNoneOfTheChoicesRefusesTheTarget) {
+    expectRefused({{"bell", "loud"}, {"colour", "Red"}}, "parameter \"colour\": \"Red\" is none of red, green");
+}
+
+TEST_F(TargetLibrary, WhatIsNoNumberInRangeRefusesTheTarget) {
+    for (const std::string value : {"", "x", "2x", "0x2", "2.5", "-6", "11", "99999999999999999999"}) {
+        expectRefused({{"bell", "loud"}, {"rings", value}},
+                      "parameter \"rings\": \"" + value + "\" is not a number from -5 to 10");
+    }
+}
+
+TEST_F(TargetLibrary, OtherClassesAndParametersAreRefusedWithoutAWord) {
+    sorrel::CLogTargetParameters given;
+    EXPECT_EQ(m_factory.createObject("Door", &given), nullptr);
+    sorrel::IDynamicObjectCreationParams foreign;
+    EXPECT_EQ(m_factory.createObject("LogTarget", &foreign), nullptr);
+    EXPECT_EQ(m_factory.createObject("LogTarget", nullptr), nullptr);
+    EXPECT_THAT(diagnostics().texts(), IsEmpty());
+}
