@@ -10,7 +10,8 @@
 
 // Made by the logger's registry and never freed: a pointer to one stays valid until the process ends, also while static
 // objects are being destroyed. `name` never changes. `mask` and `levelDescriptions` change under the registry's lock;
-// read them through sorrel_get_component_level and sorrel_get_level_descriptions. `enabled` reads `mask` without a lock.
+// read them through sorrel_get_component_level and sorrel_get_level_descriptions. `enabled` reads `mask` without a
+// lock.
 struct sorrel_component {
     std::string name;  // the key in the registry
     unsigned int mask; // level bits that pass; see <sorrel/level.h>

@@ -9,7 +9,6 @@
 #include <sorrel/level.h>
 #include <sorrel/log_target_container.hpp>
 
-#include <chrono>
 #include <cstdarg>
 #include <deque>
 #include <map>
@@ -129,7 +128,7 @@ private:
     SORREL_LOCAL bool enterContainer();
     SORREL_LOCAL void leaveContainer();
     SORREL_LOCAL bool enterRegistry();
-    SORREL_LOCAL void drainRegistry(std::chrono::steady_clock::time_point deadline);
+    SORREL_LOCAL void giveBackComponentsLock();
     SORREL_LOCAL void registerComponent(sorrel_component& component);
 
     std::map<std::string, sorrel_component*> m_components;

@@ -17,8 +17,8 @@
 //     SORREL_TARGET_LIBRARY(DoorTarget, "door")
 //
 // The last line defines the factory and the contract's three functions. A constructor that throws, a parameter that is
-// wrong and one that nobody has asked for refuse the target: one diagnostic at priority 3, "door-target: ...", names the
-// parameter and its value, and the library is closed again.
+// wrong and one that nobody has asked for refuse the target: one diagnostic at priority 3, "door-target: ...", names
+// the parameter and its value, and the library is closed again.
 #ifndef SORREL_TARGET_LIBRARY_HPP
 #define SORREL_TARGET_LIBRARY_HPP
 

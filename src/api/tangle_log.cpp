@@ -107,7 +107,6 @@ void sorrel::sorrel_tangleLog(int priority, const char* format, ...) {
     if (tangleVerbose()) {
         char text[1024];
         text[0] = '\0';
-        errno = savedErrno; // for %m
         va_list args;
         va_start(args, format);
         vsnprintf(text, sizeof text, format, args);

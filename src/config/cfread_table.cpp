@@ -88,10 +88,10 @@ int findFreeSlot(const cfread_handle& handle) {
 // Adds 64 empty slots; false when memory is out.
 bool growTable(cfread_handle& handle) {
     const int oldCapacity = handle.table != nullptr ? handle.capacity : 0;
-    if (oldCapacity < 0 || oldCapacity > INT_MAX - kTableStep) {
+    int newCapacity = 0;
+    if (oldCapacity < 0 || __builtin_add_overflow(oldCapacity, kTableStep, &newCapacity)) {
         endWithoutIndex();
     }
-    const int newCapacity = oldCapacity + kTableStep;
     auto* const table = static_cast<cfread_entry**>(
         std::realloc(handle.table, static_cast<std::size_t>(newCapacity) * sizeof(cfread_entry*)));
     if (table == nullptr) {

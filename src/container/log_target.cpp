@@ -14,7 +14,7 @@ CLogTargetParameters::~CLogTargetParameters() = default;
 ILogTarget::~ILogTarget() = default;
 
 const std::string& TARGET_TOKEN_APPLICATION_NAME() {
-    static const std::string token = "application-name";
+    static const std::string& token = *new std::string("application-name"); // a worker may outlive the static objects
     return token;
 }
 

@@ -70,8 +70,7 @@ private:
     const bool m_held;
 };
 
-// False when the logger is gone. The depth is written sequentially consistent, like the mark that a logger is gone:
-// either the destructor sees that the lock is held, or it is seen here that the logger is gone.
+// False when the logger is gone.
 bool CSorrel::enterComponents() {
     if (!sorrel::lockUnlessGone(m_container, m_componentsLock)) {
         return false;
@@ -80,7 +79,7 @@ bool CSorrel::enterComponents() {
 }
 
 bool CSorrel::noteComponentsHeld() {
-    __atomic_store_n(&m_componentsDepth, m_componentsDepth + 1, __ATOMIC_SEQ_CST);
+    ++m_componentsDepth;
     if (isGone(m_container)) {
         leaveComponents();
         return false;
@@ -89,7 +88,7 @@ bool CSorrel::noteComponentsHeld() {
 }
 
 void CSorrel::leaveComponents() {
-    __atomic_store_n(&m_componentsDepth, m_componentsDepth - 1, __ATOMIC_RELEASE);
+    --m_componentsDepth;
     m_componentsLock.unlock();
 }
 
@@ -132,17 +131,17 @@ bool CSorrel::enterRegistry() {
     return false;
 }
 
-// At exit: gives the components lock back as often as the exiting thread holds it, and waits a short while for others.
-void CSorrel::drainRegistry(std::chrono::steady_clock::time_point deadline) {
-    if (sorrel::takeAtExit(m_componentsLock)) {
-        const int depth = m_componentsDepth;
-        m_componentsDepth = 0;
-        for (int i = 0; i <= depth; ++i) {
-            m_componentsLock.unlock();
-        }
+// At exit: gives the components lock back as often as the exiting thread holds it. What another thread does with it
+// goes on: nothing that it guards is destroyed, and a target that the thread is inside is waited for.
+void CSorrel::giveBackComponentsLock() {
+    if (!sorrel::takeAtExit(m_componentsLock)) {
         return;
     }
-    sorrel::waitAtExit(deadline, [this] { return __atomic_load_n(&m_componentsDepth, __ATOMIC_SEQ_CST) == 0; });
+    const int depth = m_componentsDepth;
+    m_componentsDepth = 0;
+    for (int i = 0; i <= depth; ++i) {
+        m_componentsLock.unlock();
+    }
 }
 
 void CSorrel::lockComponents() {

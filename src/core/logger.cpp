@@ -120,7 +120,7 @@ void LoggerSlot::end() noexcept {
     sorrel::markGone(stored()->m_container);
     if (m_published.load(std::memory_order_acquire) != nullptr) {
         const sorrel::Deadline deadline = std::chrono::steady_clock::now() + kPatience;
-        stored()->drainRegistry(deadline);
+        stored()->giveBackComponentsLock();
         sorrel::endAtExit(stored()->m_container, stored()->m_registryDepth, deadline);
     }
 }

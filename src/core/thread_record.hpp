@@ -17,12 +17,14 @@ struct MessageStrings {
 };
 
 struct ThreadRecord {
+    explicit ThreadRecord(CSorrel::thread_data_t& record) : data(record) {}
+
     // CSorrel::thread_data; once that was destroyed (destructors of other thread-locals run later, and on the main
     // thread those of static objects too) a fresh record, which is never freed.
     CSorrel::thread_data_t& data;
 
     MessageStrings outermost;
-    MessageStrings* inUse; // those of the innermost message that is on its way, or null
+    MessageStrings* inUse = nullptr; // those of the innermost message that is on its way, or null
 };
 
 // Null until the thread is first seen. No dynamic initialisation and the static model: it is reached without a call.

@@ -23,7 +23,7 @@ __thread bool isOver = false; // has no destructor, so it can be used to the ver
 
 // Made after the exported record, with it, and so destroyed just before it.
 struct EndingRecord : sorrel::ThreadRecord {
-    EndingRecord() : ThreadRecord{CSorrel::thread_data, {}, nullptr} {}
+    EndingRecord() : ThreadRecord(CSorrel::thread_data) {}
     EndingRecord(const EndingRecord&) = delete;
     EndingRecord& operator=(const EndingRecord&) = delete;
     ~EndingRecord() {
@@ -36,7 +36,7 @@ struct EndingRecord : sorrel::ThreadRecord {
 
 sorrel::ThreadRecord& sorrel::makeThreadRecord() {
     if (isOver) {
-        knownThreadRecord = new ThreadRecord{*new CSorrel::thread_data_t, {}, nullptr}; // never freed
+        knownThreadRecord = new ThreadRecord(*new CSorrel::thread_data_t); // never freed
     } else {
         thread_local EndingRecord record;
         knownThreadRecord = &record;
