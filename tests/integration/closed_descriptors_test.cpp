@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/timerfd.h>
+#include <syslog.h>
 
 using testing::ElementsAre;
 using testing::ExitedWithCode;
@@ -200,6 +201,20 @@ TEST_F(ClosedDescriptors, NamingTheApplicationReportsThatTheWorkerIsNotTold) {
     sorrel_set_applicationname("app");
     EXPECT_EQ(recorder.count("logtarget-container: unable to write to pipe (notify) - errno=Bad file descriptor"), 1);
     EXPECT_EQ(recorder.count("logtarget-container: unable to notify thread about a changed appname"), 1);
+}
+
+TEST_F(ClosedDescriptors, NamingTheApplicationReportsAForeignFileAsABadDescriptor) {
+    setenv("SORREL_VERBOSE_STARTUP", "1", 1);
+    SyslogRecorder recorder;
+    openlog(nullptr, LOG_NDELAY, LOG_USER); // so that its socket is not taken for the library's
+    const std::vector<int> ours = startLogging();
+    closeAll();
+    reuse(ours, openFile);
+    recorder.clear();
+    sorrel_set_applicationname("app");
+    EXPECT_EQ(recorder.count("logtarget-container: unable to write to pipe (notify) - errno=Bad file descriptor"), 1);
+    EXPECT_TRUE(areForeignersUntouched());
+    foreigners.clear();
 }
 
 TEST_F(ClosedDescriptors, ChildThatClosesEverythingArmsItsOwnWatch) {

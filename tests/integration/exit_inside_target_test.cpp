@@ -4,7 +4,6 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <atomic>
 #include <future>
 
@@ -31,6 +30,35 @@ protected:
         });
         std::thread([] { say("stuck"); }).detach();
         isInside.get_future().wait();
+    }
+
+    // Exits inside this operation of the target while the worker waits for the container's mutex.
+    void expectWorkerEnds(const std::string& kind, void (*bringAbout)()) {
+        setenv("SORREL_VERBOSE_STARTUP", "1", 1);
+        SyslogRecorder recorder;
+        const pid_t child = startChild([&] {
+            start();
+            journal::onEvent(kind, [this](const PluginEvent&) {
+                blockWorker();
+                std::exit(kChildPassed);
+            });
+            bringAbout();
+            return false;
+        });
+        EXPECT_EQ(endOfChild(child), kChildPassed);
+        EXPECT_EQ(recorder.count("logtarget-container: got exit message - ending thread."), 1);
+    }
+
+    static void holdComponentsForEver() {
+        std::promise<void> locked;
+        std::thread([&locked] {
+            CSorrel::getInstance()->lockComponents();
+            locked.set_value();
+            for (;;) {
+                pause();
+            }
+        }).detach();
+        locked.get_future().wait();
     }
 };
 
@@ -93,41 +121,32 @@ TEST_F(ExitInsideTarget, MayUseEverythingAfterwards) {
 }
 
 TEST_F(ExitInsideTarget, StillEndsTheWorkerThatWaitsForTheMutex) {
-    setenv("SORREL_VERBOSE_STARTUP", "1", 1);
-    SyslogRecorder recorder;
-    const pid_t child = startChild([this] {
-        start();
-        journal::onEvent("log", [this](const PluginEvent&) {
-            turnDial(2);
-            waitUntil([] {
-                const std::set<int> ids = threadIds();
-                return std::any_of(ids.begin(), ids.end(), [](int id) { return id != getpid() && waitsForLock(id); });
-            });
-            std::exit(kChildPassed);
-        });
-        say("the last one");
-        return false;
-    });
-    EXPECT_EQ(endOfChild(child), kChildPassed);
-    EXPECT_EQ(recorder.count("logtarget-container: got exit message - ending thread."), 1);
+    expectWorkerEnds("log", [] { say("the last one"); });
+}
+
+TEST_F(ExitInsideTarget, StillEndsTheWorkerThatWaitsForTheMutexDuringACreation) {
+    expectWorkerEnds("component", [] { sorrel_create_component("new", SR_INFO, ""); });
 }
 
 TEST_F(ExitInsideTarget, WhileAThreadHoldsTheComponentsLockEndsTheProcess) {
     EXPECT_EXIT(
         {
             start();
-            std::promise<void> locked;
-            std::thread([&locked] {
-                CSorrel::getInstance()->lockComponents();
-                locked.set_value();
-                for (;;) {
-                    pause();
-                }
-            }).detach();
-            locked.get_future().wait();
+            holdComponentsForEver();
             std::exit(EXIT_SUCCESS);
         },
         ExitedWithCode(0), Eq(kReleased));
+}
+
+TEST_F(ExitInsideTarget, WhileTheWorkerIsStuckBetweenTargetsLeavesAllTargetsAlone) {
+    EXPECT_EXIT(
+        {
+            start();
+            holdComponentsForEver();
+            blockWorker();
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), Eq(""));
 }
 
 TEST_F(ExitInsideTarget, WhileAThreadIsStuckInATargetLeavesThatTargetAlone) {

@@ -95,8 +95,7 @@ TEST_F(Exit, WithTheComponentsLockHeldEndsTheWorkerThatWaitsForIt) {
             start();
             CSorrel::getInstance()->lockComponents();
             CSorrel::getInstance()->lockComponents();
-            turnDial(2);
-            expectAtExit(waitUntil(anotherThreadWaitsForLock), "the worker waits");
+            blockWorker();
             std::exit(EXIT_SUCCESS);
         },
         ExitedWithCode(0), Eq(kReleased));

@@ -2,11 +2,13 @@
 #include "blocked_thread.hpp"
 #include "container_fixture.hpp"
 #include "fork_fixture.hpp"
+#include "watchdog.hpp"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <fcntl.h>
+#include <future>
 #include <memory>
 
 using testing::Each;
@@ -68,7 +70,6 @@ protected:
         EXPECT_THAT(descriptors, Each(Not(HasSubstr("anon_inode"))));
     }
 
-private:
     std::map<int, std::string> m_before;
 };
 
@@ -88,6 +89,11 @@ TEST_F(Fork, ChildThatOnlyEndsLeavesTheParentsWatchAlive) {
     build();
     EXPECT_TRUE(passesInChild([] { return true; }));
     expectParentStillWatches();
+}
+
+TEST_F(Fork, ChildHasNoDescriptorOfTheLibrary) {
+    build();
+    EXPECT_TRUE(passesInChild([this] { return openDescriptors() == m_before; }));
 }
 
 TEST_F(Fork, ChildThatOnlyExecutesAProgramLeavesTheParentsWatchAlive) {
@@ -225,6 +231,26 @@ TEST_F(Fork, HeldComponentsLockIsHeldInTheChildToo) {
     const pid_t child = startChild(releases);
     EXPECT_TRUE(releases());
     EXPECT_EQ(endOfChild(child), kChildPassed);
+}
+
+TEST_F(Fork, ThatHadToWaitForALockLeavesAllOfThemFree) {
+    build();
+    const Watchdog watchdog;
+    std::promise<void> isInside;
+    std::promise<void> mayLeave;
+    const ScopedHook hook("log", [&](const PluginEvent&) {
+        isInside.set_value();
+        mayLeave.get_future().wait();
+    });
+    const auto forks = [] { EXPECT_TRUE(passesInChild([] { return true; })); };
+    const ObservedThread busy([this] { say("busy"); });
+    isInside.get_future().wait();
+    {
+        const ObservedThread waiting(forks);
+        EXPECT_TRUE(waiting.waitUntilBlocked());
+        mayLeave.set_value();
+    }
+    ObservedThread(forks).join(); // takes the same locks
 }
 
 TEST_F(Fork, ContainerThatAChildDestroysStaysAliveInTheParent) {

@@ -217,6 +217,19 @@ TEST_F(TargetEntry, TheHandlerReturnsZeroWhateverHappens) {
     EXPECT_THAT(loadedPaths(), ElementsAre(pluginPath("recording")));
 }
 
+TEST_F(TargetEntry, WithALineThatIsHandedInAReReadFromInsideTheTargetIsDoneAtOnce) {
+    configure("");
+    journal::onEvent("create", [this](const PluginEvent&) {
+        container()->onCfgUpdate();
+        EXPECT_EQ(readsOf(defaultFile()), 1);
+    });
+    container()->lock();
+    container()->onCfgParamTarget("target", pluginPath("recording"));
+    container()->unlock();
+    journal::onEvent("create", nullptr);
+    EXPECT_THAT(journal::ofKind("create"), SizeIs(1));
+}
+
 TEST_F(TargetEntry, ANewTargetIsMarkedAsSeen) {
     container()->onCfgParamTarget("target", pluginPath("recording"));
     EXPECT_TRUE(container().targets.at(pluginPath("recording")).seen);

@@ -5,6 +5,8 @@
 #include "child_process.hpp"
 #include "dial_fixture.hpp"
 
+#include <algorithm>
+
 // What the target "recording" sees of its end.
 inline constexpr char kReleased[] = "recording factory\nrecording destroy\nrecording done\n";
 
@@ -93,6 +95,20 @@ inline void useEverythingAndTell() {
 
 class ExitFixture : public DialFixture {
 protected:
+    // Has the worker read the file again, up to where it waits for a lock.
+    void blockWorker() const {
+        int worker = 0;
+        const auto findWorker = [&worker] {
+            const std::set<int> ids = threadIds();
+            const auto found = std::find_if(ids.begin(), ids.end(), waitsForEvents);
+            worker = found != ids.end() ? *found : 0;
+            return worker != 0;
+        };
+        expectAtExit(waitUntil(findWorker), "the worker waits for events");
+        configure(target("recording") + "component=dial,1\n");
+        expectAtExit(waitUntil([worker] { return waitsForLock(worker); }), "the worker waits for a lock");
+    }
+
     // In the child of a death test: the calls of the targets go to its standard error from now on.
     static void start() {
         alarm(kChildPatienceSeconds);

@@ -64,6 +64,9 @@ public:
             if (!passesAlone(m_arguments, name)) {
                 failed.push_back(name);
             }
+            if (!failed.empty() && GTEST_FLAG_GET(fail_fast)) {
+                break;
+            }
         }
         std::printf("\n%zu tests, each in a process of its own: %zu failed\n", names.size(), failed.size());
         for (const std::string& name : failed) {

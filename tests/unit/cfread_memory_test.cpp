@@ -5,6 +5,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdint>
+#include <cstring>
+
 using testing::ElementsAre;
 using testing::Pair;
 
@@ -12,6 +15,7 @@ namespace {
 
 int allocationsUntilFailure = -1; // -1: none fails
 int liveAllocations = 0;
+constexpr std::uintptr_t kNoEntry = 1; // stands behind each table: whoever takes it for an entry crashes
 
 bool isToFail() {
     return allocationsUntilFailure >= 0 && allocationsUntilFailure-- == 0;
@@ -49,7 +53,8 @@ void* __wrap_realloc(void* memory, std::size_t size) {
     if (isToFail()) {
         return nullptr;
     }
-    void* const moved = __real_realloc(memory, size);
+    void* const moved = __real_realloc(memory, size + sizeof kNoEntry);
+    std::memcpy(static_cast<char*>(moved) + size, &kNoEntry, sizeof kNoEntry);
     return memory == nullptr ? counted(moved) : moved;
 }
 

@@ -86,6 +86,22 @@ TEST(InternedName, IsWhatTheCFunctionsReturn) {
     EXPECT_STREQ(player, "player");
 }
 
+TEST(InternedName, CanBeSetByThreadsAtTheSameTime) {
+    CSorrel logger(false);
+    std::vector<std::thread> threads;
+    for (const std::size_t length : {40U, 400U, 4000U, 40000U}) {
+        threads.emplace_back([&logger, name = std::string(length, 'a')] {
+            for (int i = 0; i < 500; ++i) {
+                logger.setApplicationname_Nosorrel(name);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(logger.getAppname().find_first_not_of('a'), std::string::npos);
+}
+
 TEST(InternedName, CanBeReadByAnyThreadWhileItChanges) {
     CSorrel logger(false);
     std::thread namer([&logger] {
