@@ -12,4 +12,7 @@ function(sorrel_add_target name)
     target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
     target_link_libraries(${name} PRIVATE sorrel::sorrel)
     target_link_options(${name} PRIVATE -Wl,-z,now -Wl,--version-script=${map})
+    if(NOT SORREL_SANITIZE) # sanitizers leave symbols open in a shared library
+        target_link_options(${name} PRIVATE -Wl,-z,defs)
+    endif()
 endfunction()

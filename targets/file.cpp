@@ -15,8 +15,9 @@ namespace {
 int openForAppending(const std::string& path) {
     const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
     if (fd == -1) {
+        const int openErrno = errno;
         throw sorrel::TargetParameters::Error("parameter \"file\": \"" + path +
-                                              "\" cannot be opened: " + std::strerror(errno));
+                                              "\" cannot be opened: " + std::strerror(openErrno));
     }
     return fd;
 }

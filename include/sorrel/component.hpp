@@ -23,8 +23,8 @@ struct sorrel_component {
 namespace sorrel {
 
 // Whether a message of this level passes the component's mask; not when one of them is null. This is the test that
-// every logging function begins with. Made in the caller's own code, before the arguments are evaluated, it spares a
-// message that does not pass everything else; it takes no lock and never builds the logger:
+// _sorrel and sorrel_dump make. Made in the caller's own code, before the arguments are evaluated, it spares a message
+// that does not pass everything else. It takes no lock, and never builds the logger, as the first _sorrel does:
 //
 //     if (sorrel::enabled(net, SR_DEBUG)) {
 //         _sorrel(net, SR_DEBUG, "routes: %s", describe(routes).c_str());

@@ -1,4 +1,5 @@
-// The plug-in contract: all that the author of a log target needs.
+// The plug-in contract: all that the author of a log target needs. <sorrel/target_library.hpp> writes for them what is
+// the same in every target.
 //
 // A target library is a shared object that exports up to three C functions:
 //

@@ -1,4 +1,4 @@
-// For authors of log targets: a class in, a target library out. <sorrel/log_target.hpp> is the contract itself.
+// For authors of log targets: a class in, a target library out. <sorrel/log_target.hpp> is the contract itself. C++17.
 //
 //     namespace {
 //
@@ -16,32 +16,40 @@
 //
 //     SORREL_TARGET_LIBRARY(DoorTarget, "door")
 //
-// The last line defines the factory and the contract's three functions. A constructor that throws, a parameter that is
-// wrong and one that nobody has asked for refuse the target: one diagnostic at priority 3, "door-target: ...", names
-// the parameter and its value, and the library is closed again.
+// The last line defines the factory and the contract's three functions; a library that needs the two optional ones does
+// without it, and has its getClassFactory return a TargetFactory<DoorTarget>. A constructor that throws a
+// std::exception, a parameter that is wrong and one that nobody has asked for refuse the target: one diagnostic at
+// priority 3, "door-target: ...", says why, with the parameter and its value, and the library is closed again.
+//
+// All of it is compiled into each target library, and stays inside.
 #ifndef SORREL_TARGET_LIBRARY_HPP
 #define SORREL_TARGET_LIBRARY_HPP
 
 #include <sorrel/log_target.hpp>
 #include <sorrel/tangle_log.h>
 
+#include <charconv>
 #include <exception>
 #include <initializer_list>
-#include <limits>
 #include <map>
 #include <memory>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
+
+#ifndef SORREL_LOCAL
+#define SORREL_LOCAL __attribute__((visibility("hidden"))) /* not part of the exported interface */
+#endif
 
 namespace sorrel {
 
 // The parameters of one `target` line, as the constructor of a target reads them. What it asks for is allowed; after it
 // everything else is refused. Every reader throws TargetParameters::Error for a value that it does not take.
-class TargetParameters {
+class SORREL_LOCAL TargetParameters {
 public:
-    class Error : public std::runtime_error {
+    class SORREL_LOCAL Error : public std::runtime_error {
     public:
         using std::runtime_error::runtime_error;
     };
@@ -72,18 +80,20 @@ public:
         return value != nullptr ? *value : otherwise;
     }
 
-    // A whole number, in decimal digits, perhaps with a sign, from `least` to `most`.
-    long long number(const std::string& name, long long otherwise, long long least = 0,
-                     long long most = std::numeric_limits<long long>::max()) {
+    // A whole number, in decimal digits, perhaps behind a minus sign, from `least` to `most`.
+    template <typename Number>
+    Number number(const std::string& name, Number otherwise, Number least, Number most) {
         const std::string* const value = find(name);
         if (value == nullptr) {
             return otherwise;
         }
-        const std::pair<long long, std::string> read = leadingNumber(*value);
-        if (!read.second.empty() || read.first < least || read.first > most) {
+        Number number = 0;
+        const char* const end = value->data() + value->size();
+        const std::from_chars_result result = std::from_chars(value->data(), end, number);
+        if (result.ec != std::errc() || result.ptr != end || number < least || number > most) {
             refuse(name, *value, "is not a number from " + std::to_string(least) + " to " + std::to_string(most));
         }
-        return read.first;
+        return number;
     }
 
     // One of several words.
@@ -120,17 +130,6 @@ private:
         return found != m_given.end() ? &found->second : nullptr;
     }
 
-    // The number and what stands behind it; everything, when there is no number or none that can be held.
-    static std::pair<long long, std::string> leadingNumber(const std::string& text) {
-        try {
-            std::size_t length = 0;
-            const long long value = std::stoll(text, &length);
-            return {value, text.substr(length)};
-        } catch (const std::logic_error&) {
-            return {0, text.empty() ? "nothing" : text};
-        }
-    }
-
     [[noreturn]] static void refuse(const std::string& name, const std::string& value, const std::string& why) {
         throw Error("parameter \"" + name + "\": \"" + value + "\" " + why);
     }
@@ -141,7 +140,7 @@ private:
 };
 
 // A target that has a name, does not write to syslog, and keeps nothing of components and application names.
-class NamedLogTarget : public ILogTarget {
+class SORREL_LOCAL NamedLogTarget : public ILogTarget {
 public:
     explicit NamedLogTarget(const TargetParameters& parameters) : m_name(parameters.targetName()) {}
     NamedLogTarget(const NamedLogTarget&) = delete;
@@ -159,7 +158,7 @@ private:
 
 // Makes targets of one class, whose constructor takes TargetParameters&.
 template <typename Target>
-class TargetFactory final : public IClassFactory {
+class SORREL_LOCAL TargetFactory final : public IClassFactory {
 public:
     explicit constexpr TargetFactory(const char* targetName) : m_targetName(targetName) {}
 

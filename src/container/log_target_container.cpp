@@ -19,7 +19,6 @@ CLogTargetContainer::CLogTargetContainer(const std::string& configPath, bool act
     : m_configPath(configPath), m_worker(nullptr), m_hasSyslogTarget(false), m_updateSink(sink), m_epollFd(-1),
       m_inotifyFd(-1), m_watchFd(-1), m_pipeFds{-1, -1}, m_depth(0), m_busy(), m_tellers(0), m_rereadWanted(false),
       m_renamed(false), m_watchAgain(false), m_rereadFirst(false), m_processId(getpid()), m_identities() {
-    TARGET_TOKEN_APPLICATION_NAME(); // built now, so that it outlives the worker, which uses it
     if (!active) {
         return;
     }

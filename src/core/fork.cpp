@@ -2,6 +2,7 @@
 // lets go of the parent's worker.
 #include "core/leaf_lock.hpp"
 #include "core/logger_slot.hpp"
+#include "core/process_id.hpp"
 
 #include <array>
 #include <atomic>
@@ -119,6 +120,9 @@ void afterForkInChild() {
         remake(slot->mutex(), slot->isBeingBuilt() ? 1 : 0);
     }
     sorrel::leafLock.unlock(); // not recursive, so it does not know its owner
+#ifdef SORREL_FAST_PATH
+    sorrel::keptProcessId(); // asked for now, and not first by a child of vfork, which would leave its own
+#endif
 }
 
 } // namespace

@@ -1,14 +1,18 @@
 // The process id is kept in a page that the kernel wipes in each child.
 #include "core/process_id.hpp"
 
+#include "core/message_path.hpp"
+
 #include <cstddef>
 #include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
 
-// Null where the kernel does not wipe pages.
+// Null where the kernel does not wipe pages. Holds the id from the beginning: a child of vfork, which shares the page,
+// is not to be the first who asks. Programs begin with an errno of 0, whatever happens here.
 int* newKeptId() {
+    const sorrel::ErrnoKeeper keeper;
     const std::size_t size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
     void* const page = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED) {
@@ -20,10 +24,12 @@ int* newKeptId() {
         munmap(page, size);
         return nullptr;
     }
-    return static_cast<int*>(page);
+    int* const id = static_cast<int*>(page);
+    *id = getpid();
+    return id;
 }
 
-// Made when the library is loaded; before, and where it cannot be had, every message asks. Zero in it: not asked yet.
+// Made when the library is loaded; before, and where it cannot be had, every message asks. Zero in a new child.
 int* const keptId = newKeptId();
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <sorrel/logger.hpp>
 #include <sorrel/sorrel.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdlib>
@@ -16,6 +17,8 @@
 #include <unistd.h>
 
 namespace {
+
+const int errnoWhenLoaded = errno; // the libraries have been initialised
 
 struct Costs {
     int allocations;
@@ -89,6 +92,10 @@ int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
 } // extern "C"
 
 namespace {
+
+TEST(Load, LeavesErrnoAlone) {
+    EXPECT_EQ(errnoWhenLoaded, 0);
+}
 
 // What an action costs when everything that is built once has been built.
 template <class Action>

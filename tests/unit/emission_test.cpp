@@ -156,12 +156,15 @@ TEST_F(Emission, TheEntryFunctionPassesNothingOnThatDoesNotPass) {
 
 TEST_F(Emission, AMessageThatPassesIsFormattedThenTheClockIsReadThenTheProcessId) {
     const Observations observations = observing([&] { logOn(m_plain, &m_component, SR_ERR, kNotPlain, 5); });
-    EXPECT_THAT(observations.calls, ElementsAre("vsnprintf", "gettimeofday", "getpid"));
+    if (kFastPath) {
+        EXPECT_THAT(observations.calls, ElementsAre("vsnprintf", "gettimeofday"));
+    } else {
+        EXPECT_THAT(observations.calls, ElementsAre("vsnprintf", "gettimeofday", "getpid"));
+    }
     EXPECT_EQ(observations.formattings[0].formatText, kNotPlain);
 }
 
-TEST_F(Emission, OnTheFastPathALaterMessageOfAPlainFormatOnlyReadsTheClock) {
-    logOn(m_plain, &m_component, SR_ERR, "the first one");
+TEST_F(Emission, OnTheFastPathAMessageOfAPlainFormatOnlyReadsTheClock) {
     const Observations observations = observing([&] { logOn(m_plain, &m_component, SR_ERR, "%d", 5); });
     if (kFastPath) {
         EXPECT_THAT(observations.calls, ElementsAre("gettimeofday"));

@@ -15,7 +15,7 @@ enum class Colour { RED, GREEN };
 struct Read {
     std::string bell;
     std::string tag;
-    long long rings;
+    int rings;
     Colour colour;
     std::string applicationName;
 };
@@ -31,6 +31,9 @@ public:
         lastRead.rings = parameters.number("rings", 3, -5, 10);
         lastRead.colour = parameters.choice("colour", Colour::GREEN, {{"red", Colour::RED}, {"green", Colour::GREEN}});
         lastRead.applicationName = parameters.applicationName();
+        if (lastRead.bell == "broken") {
+            throw std::runtime_error("no bell there");
+        }
         ++living;
     }
     DoorTarget(const DoorTarget&) = delete;
@@ -121,6 +124,10 @@ TEST_F(TargetLibrary, WhatIsNoNumberInRangeRefusesTheTarget) {
         expectRefused({{"bell", "loud"}, {"rings", value}},
                       "parameter \"rings\": \"" + value + "\" is not a number from -5 to 10");
     }
+}
+
+TEST_F(TargetLibrary, AConstructorThatThrowsRefusesTheTarget) {
+    expectRefused({{"bell", "broken"}}, "no bell there");
 }
 
 TEST_F(TargetLibrary, OtherClassesAndParametersAreRefusedWithoutAWord) {

@@ -66,6 +66,17 @@ inline void expectRightInChildren() {
     EXPECT_TRUE(isProcessIdRight());
 }
 
+// The child shares the memory.
+inline void expectRightAfterVfork() {
+    const pid_t child = vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork): that is what is tried
+    if (child == 0) {
+        sorrel::keptProcessId();
+        _exit(kChildPassed);
+    }
+    EXPECT_EQ(endOfChild(child), kChildPassed);
+    EXPECT_TRUE(isProcessIdRight());
+}
+
 inline void expectRightInThreads() {
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
