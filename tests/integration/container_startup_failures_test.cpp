@@ -15,8 +15,12 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -164,8 +168,10 @@ TEST_F(ContainerStartupFailures, AThreadThatCannotBeStartedIsReportedWithWhatWas
     pthread_attr_setstacksize(&attributes, std::size_t{3} << (sizeof(void*) * 8 - 2));
     ASSERT_EQ(pthread_setattr_default_np(&attributes), 0);
     OpenContainer container(directory(), true);
-    expectUnwatched(container, "logtarget-container: unable to create worker thread: exception caught: "
-                               "Resource temporarily unavailable - errno=Cannot allocate memory");
+    // Which errno the thread library leaves behind is not the same everywhere.
+    expectUnwatched(container, AllOf(StartsWith("logtarget-container: unable to create worker thread: exception "
+                                                "caught: Resource temporarily unavailable - errno="),
+                                     Not(EndsWith("errno=Success"))));
     sigset_t mask;
     ASSERT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &mask), 0);
     EXPECT_EQ(sigismember(&mask, SIGUSR2), 0) << "signals are blocked only while a thread is started";

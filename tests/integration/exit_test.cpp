@@ -116,10 +116,7 @@ TEST_F(Exit, FromATargetThatIsToldTheNameStillEndsTheWorker) {
         {
             start();
             journal::onEvent("appname", [](const PluginEvent&) {
-                lastWords.speak = [] {
-                    const bool ended = waitUntil([] { return threadIds().size() == 1; });
-                    expectAtExit(ended, "the worker has ended");
-                };
+                lastWords.speak = [] { expectAtExit(waitUntil(noThreadWaitsForEvents), "the worker has ended"); };
                 std::exit(kChildPassed);
             });
             sorrel_set_applicationname("player");

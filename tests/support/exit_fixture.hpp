@@ -95,6 +95,12 @@ inline void useEverythingAndTell() {
 
 class ExitFixture : public DialFixture {
 protected:
+    // As the worker does, if it is still there.
+    static bool noThreadWaitsForEvents() {
+        const std::set<int> ids = threadIds();
+        return std::none_of(ids.begin(), ids.end(), waitsForEvents);
+    }
+
     // Has the worker read the file again, up to where it waits for a lock.
     void blockWorker() const {
         int worker = 0;
