@@ -31,6 +31,7 @@ struct EndingRecord : sorrel::ThreadRecord {
         sorrel::knownThreadRecord = nullptr;
     }
 };
+thread_local EndingRecord endingRecord;
 
 } // namespace
 
@@ -38,8 +39,7 @@ sorrel::ThreadRecord& sorrel::makeThreadRecord() {
     if (isOver) {
         knownThreadRecord = new ThreadRecord(*new CSorrel::thread_data_t); // never freed
     } else {
-        thread_local EndingRecord record;
-        knownThreadRecord = &record;
+        knownThreadRecord = &endingRecord;
     }
     return *knownThreadRecord;
 }

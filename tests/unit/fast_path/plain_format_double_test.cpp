@@ -69,6 +69,12 @@ public:
 private:
     fpu_control_t m_before = 0;
 };
+
+// Whatever mode is in effect, somewhere in the processor.
+bool areSame(double value) {
+    BothFormatters both;
+    return both.format("%.1f %f %.30f", value, -value, value) != Formatted::kDifferently;
+}
 #endif
 
 // Numbers whose last digit depends on the mode.
@@ -79,12 +85,6 @@ void expectLeftWithFractions() {
         EXPECT_TRUE(isLeft("%.20f", value));
     }
     EXPECT_TRUE(isPlain("%s %d", "text", 5));
-}
-
-// Whatever mode is in effect, somewhere in the processor.
-bool areSame(double value) {
-    BothFormatters both;
-    return both.format("%.1f %f %.30f", value, -value, value) != Formatted::kDifferently;
 }
 
 // Makes locales, which differ from the usual one in their radix character.
