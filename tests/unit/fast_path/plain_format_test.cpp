@@ -177,7 +177,8 @@ TEST(PlainFormat, LeavesOtherConversionsOfIntegers) {
     for (const char* directive : {"%jd", "%ju", "%qd", "%Ld", "%llX", "%llo", "%5lld", "%llld"}) {
         expectLeft(directive, 42LL);
     }
-    expectLeft("%td", std::ptrdiff_t(42));
+    constexpr std::ptrdiff_t kDifference = 42;
+    expectLeft("%td", kDifference);
     expectLeft("%lX", 42L);
     expectLeft("%zX", std::size_t(42));
 }
