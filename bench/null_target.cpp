@@ -1,13 +1,6 @@
 // The null target as a plug-in.
 #include "null_target.hpp"
-#include "target_factory.hpp"
 
-namespace {
+#include <sorrel/target_library.hpp>
 
-TargetFactory<NullTarget> factory;
-
-} // namespace
-
-sorrel::IClassFactory* getClassFactory() {
-    return &factory;
-}
+SORREL_TARGET_LIBRARY(NullTarget, "null")

@@ -4,10 +4,17 @@
 
 #include <sorrel/log_target.hpp>
 
+namespace sorrel {
+class TargetParameters;
+}
+
 namespace {
 
 class NullTarget final : public sorrel::ILogTarget {
 public:
+    NullTarget() = default;
+    explicit NullTarget(const sorrel::TargetParameters& /*parameters*/) {}
+
     void log(int, int, long long, int, sorrel_level*, const std::string&, const std::string&, const std::string&,
              const std::string&) override {}
     void onComponentAdded(sorrel_component*) override {}

@@ -1,13 +1,6 @@
 // The target that counts, as a plug-in. Its tally is the one of the program.
 #include "tally_target.hpp"
-#include "target_factory.hpp"
 
-namespace {
+#include <sorrel/target_library.hpp>
 
-TargetFactory<TallyTarget> factory;
-
-} // namespace
-
-sorrel::IClassFactory* getClassFactory() {
-    return &factory;
-}
+SORREL_TARGET_LIBRARY(TallyTarget, "tally")

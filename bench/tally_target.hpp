@@ -6,10 +6,17 @@
 
 #include <sorrel/log_target.hpp>
 
+namespace sorrel {
+class TargetParameters;
+}
+
 namespace {
 
 class TallyTarget final : public sorrel::ILogTarget {
 public:
+    TallyTarget() = default;
+    explicit TallyTarget(const sorrel::TargetParameters& /*parameters*/) {}
+
     void log(int, int, long long, int, sorrel_level*, const std::string&, const std::string&, const std::string&,
              const std::string& text) override {
         sorrelBenchTally.take(text.data(), text.size());
