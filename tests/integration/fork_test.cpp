@@ -194,6 +194,7 @@ TEST_F(Fork, FromInsideATargetBothProcessesGoOn) {
     {
         const ScopedHook hook("log", [&](const PluginEvent&) {
             if (child == -1) {
+                letOtherThreadsSettle();
                 child = fork();
             }
         });

@@ -97,7 +97,7 @@ TEST_F(ForkWatch, ChildOfAChildThatLoggedArmsItsOwnWatch) {
 
 TEST_F(ForkWatch, ChildOfAProcessWithoutWatchHasNoneEither) {
     removeConfiguration();
-    build();
+    net = buildLogger();
     EXPECT_TRUE(passesInChild([this] {
         say("from the child");
         return hasNoWatch();

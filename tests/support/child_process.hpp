@@ -2,6 +2,10 @@
 #ifndef SORREL_TESTS_CHILD_PROCESS_HPP
 #define SORREL_TESTS_CHILD_PROCESS_HPP
 
+#include "proc_self.hpp"
+#include "wait_until.hpp"
+
+#include <algorithm>
 #include <cerrno>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,9 +34,22 @@ inline int endOfChild(pid_t child) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
+// Call it before a fork. Where it matters what the other threads do at that moment, waits until they all sleep: the
+// worker may still be reading its file.
+inline void letOtherThreadsSettle() {
+    if (!kChildrenMayAllocate) {
+        waitUntil([] {
+            const std::set<int> threads = threadIds();
+            return std::all_of(threads.begin(), threads.end(),
+                               [](int thread) { return thread == gettid() || systemCallOf(thread) != -1; });
+        });
+    }
+}
+
 // Forks a child that does one thing and ends at once: with kChildPassed when that returned true.
 template <class Function>
 pid_t startChild(Function function) {
+    letOtherThreadsSettle();
     const pid_t child = fork();
     if (child == 0) {
         alarm(kChildPatienceSeconds);
