@@ -2,24 +2,24 @@
 // `target=/path/to/minimal.so, tag=door` adds a tag.
 #include <sorrel/target_library.hpp>
 
+#include <cerrno>
 #include <cstdio>
 #include <string>
 
 namespace {
 
-class MinimalTarget final : public sorrel::NamedLogTarget {
+class MinimalTarget final : public sorrel::MessageTarget {
 public:
     explicit MinimalTarget(sorrel::TargetParameters& parameters)
-        : NamedLogTarget(parameters), m_tag(parameters.text("tag", "")) {}
-
-    void log(int /*processId*/, int /*depth*/, long long /*seconds*/, int /*microseconds*/, sorrel_level* level,
-             const std::string& threadName, const std::string& componentName, const std::string& /*functionName*/,
-             const std::string& text) override {
-        std::fprintf(stderr, "<%d>%s %s/%s: %s\n", sorrel_level_to_prio(level), m_tag.c_str(), componentName.c_str(),
-                     threadName.c_str(), text.c_str());
-    }
+        : MessageTarget(parameters), m_tag(parameters.text("tag", "")) {}
 
 private:
+    int deliver(const sorrel::Message& message) override {
+        const int count = std::fprintf(stderr, "<%d>%s %s/%s: %s\n", message.priority(), m_tag.c_str(),
+                                       message.componentName.c_str(), message.threadName.c_str(), message.text.c_str());
+        return count < 0 ? errno : 0;
+    }
+
     const std::string m_tag;
 };
 

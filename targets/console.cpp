@@ -9,20 +9,15 @@
 
 namespace {
 
-class ConsoleTarget final : public sorrel::NamedLogTarget {
+class ConsoleTarget final : public sorrel::MessageTarget {
 public:
     explicit ConsoleTarget(sorrel::TargetParameters& parameters)
-        : NamedLogTarget(parameters),
+        : MessageTarget(parameters),
           m_fd(parameters.choice("stream", STDOUT_FILENO, {{"stdout", STDOUT_FILENO}, {"stderr", STDERR_FILENO}})) {}
 
-    void log(int /*processId*/, int depth, long long seconds, int microseconds, sorrel_level* level,
-             const std::string& threadName, const std::string& componentName, const std::string& functionName,
-             const std::string& text) override {
-        log_line::write(m_fd, log_line::format(depth, seconds, microseconds, *level, threadName, componentName,
-                                               functionName, text));
-    }
-
 private:
+    int deliver(const sorrel::Message& message) override { return log_line::write(m_fd, log_line::format(message)); }
+
     const int m_fd; // belongs to the process
 };
 

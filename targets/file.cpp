@@ -22,23 +22,19 @@ int openForAppending(const std::string& path) {
     return fd;
 }
 
-class FileTarget final : public sorrel::NamedLogTarget {
+class FileTarget final : public sorrel::MessageTarget {
 public:
     explicit FileTarget(sorrel::TargetParameters& parameters)
-        : NamedLogTarget(parameters), m_fd(openForAppending(parameters.text("file"))) {}
+        : MessageTarget(parameters), m_fd(openForAppending(parameters.text("file"))) {}
     FileTarget(const FileTarget&) = delete;
     FileTarget& operator=(const FileTarget&) = delete;
     ~FileTarget() override { close(m_fd); }
 
-    void log(int /*processId*/, int depth, long long seconds, int microseconds, sorrel_level* level,
-             const std::string& threadName, const std::string& componentName, const std::string& functionName,
-             const std::string& text) override {
-        log_line::write(m_fd,
-                        log_line::date(seconds) + log_line::format(depth, seconds, microseconds, *level, threadName,
-                                                                   componentName, functionName, text));
+private:
+    int deliver(const sorrel::Message& message) override {
+        return log_line::write(m_fd, log_line::date(message.seconds) + log_line::format(message));
     }
 
-private:
     const int m_fd;
 };
 

@@ -2,7 +2,7 @@
 #ifndef SORREL_TARGETS_LOG_LINE_HPP
 #define SORREL_TARGETS_LOG_LINE_HPP
 
-#include <sorrel/level.h>
+#include <sorrel/target_library.hpp>
 
 #include <algorithm>
 #include <array>
@@ -17,10 +17,8 @@
 namespace log_line {
 
 inline std::string levelName(int numeric) {
-    static constexpr std::array<const char*, 9> kNames = {"EMERG",  "ALERT", "CRIT",  "ERROR", "WARN",
-                                                          "NOTICE", "INFO",  "DEBUG", "TRACE"};
-    const auto index = static_cast<std::size_t>(numeric);
-    return index < kNames.size() ? kNames[index] : std::to_string(numeric);
+    const char* const name = sorrel::levelName(numeric);
+    return name != nullptr ? name : std::to_string(numeric);
 }
 
 inline std::tm localTime(long long seconds) {
@@ -59,28 +57,27 @@ inline std::string escaped(const std::string& text) {
 }
 
 // "TIME LEVEL COMPONENT THREAD [FUNCTION] TEXT" and a line feed; traced functions indent what they log.
-inline std::string format(int depth, long long seconds, int microseconds, const sorrel_level& level,
-                          const std::string& threadName, const std::string& componentName,
-                          const std::string& functionName, const std::string& text) {
-    const std::tm time = localTime(seconds);
-    const std::string function = functionName.empty() ? "" : "[" + escaped(functionName) + "] ";
+inline std::string format(const sorrel::Message& message) {
+    const std::tm time = localTime(message.seconds);
+    const std::string function = message.functionName.empty() ? "" : "[" + escaped(message.functionName) + "] ";
     return fmt::format("{:02}:{:02}:{:02}.{:06} {:<6} {:<8} {:<10} {:{}}{}{}\n", time.tm_hour, time.tm_min, time.tm_sec,
-                       microseconds, levelName(level.numeric), escaped(componentName), escaped(threadName), "",
-                       std::max(depth, 0) * 2, function, escaped(text));
+                       message.microseconds, levelName(message.level.numeric), escaped(message.componentName),
+                       escaped(message.threadName), "", std::max(message.depth, 0) * 2, function,
+                       escaped(message.text));
 }
 
-// One write a line, so that lines of several threads and processes do not mix. A line that cannot be written is lost:
-// there is nobody to tell.
-inline void write(int fd, const std::string& line) {
+// One write a line, so that lines of several threads and processes do not mix. Returns 0 or the error number.
+inline int write(int fd, const std::string& line) {
     std::size_t done = 0;
     while (done < line.size()) {
         const ssize_t count = ::write(fd, line.data() + done, line.size() - done);
         if (count > 0) {
             done += static_cast<std::size_t>(count);
         } else if (count == 0 || errno != EINTR) {
-            return;
+            return count == 0 ? EIO : errno;
         }
     }
+    return 0;
 }
 
 } // namespace log_line

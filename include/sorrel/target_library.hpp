@@ -2,13 +2,14 @@
 //
 //     namespace {
 //
-//     class DoorTarget final : public sorrel::NamedLogTarget {
+//     class DoorTarget final : public sorrel::MessageTarget {
 //     public:
 //         explicit DoorTarget(sorrel::TargetParameters& parameters)
-//             : NamedLogTarget(parameters), m_bell(parameters.text("bell")),
+//             : MessageTarget(parameters), m_bell(parameters.text("bell")),
 //               m_rings(parameters.number("rings", 1, 1, 10)) {}
 //
-//         void log(int processId, int depth, ...) override;
+//     private:
+//         int deliver(const sorrel::Message& message) override;
 //     ...
 //     };
 //
@@ -27,117 +28,19 @@
 
 #include <sorrel/log_target.hpp>
 #include <sorrel/tangle_log.h>
+#include <sorrel/target_parameters.hpp>
 
-#include <charconv>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <exception>
-#include <initializer_list>
+#include <fnmatch.h>
 #include <map>
 #include <memory>
-#include <set>
-#include <stdexcept>
 #include <string>
-#include <system_error>
-#include <utility>
-
-#ifndef SORREL_LOCAL
-#define SORREL_LOCAL __attribute__((visibility("hidden"))) /* not part of the exported interface */
-#endif
+#include <vector>
 
 namespace sorrel {
-
-// The parameters of one `target` line, as the constructor of a target reads them. What it asks for is allowed; after it
-// everything else is refused. Every reader throws TargetParameters::Error for a value that it does not take.
-class SORREL_LOCAL TargetParameters {
-public:
-    class SORREL_LOCAL Error : public std::runtime_error {
-    public:
-        using std::runtime_error::runtime_error;
-    };
-
-    // Both have to outlive this object.
-    TargetParameters(const char* targetName, const std::map<std::string, std::string>& given)
-        : m_targetName(targetName), m_given(given), m_asked{TARGET_TOKEN_APPLICATION_NAME()} {}
-    TargetParameters(const TargetParameters&) = delete;
-    TargetParameters& operator=(const TargetParameters&) = delete;
-
-    // As SORREL_TARGET_LIBRARY says.
-    const char* targetName() const { return m_targetName; }
-
-    // The application's name, empty when none is set; or what the line gives as "application-name".
-    std::string applicationName() const {
-        const auto found = m_given.find(TARGET_TOKEN_APPLICATION_NAME());
-        return found != m_given.end() ? found->second : std::string();
-    }
-
-    // A text that has to be there.
-    std::string text(const std::string& name) {
-        const std::string* const value = find(name);
-        return value != nullptr ? *value : throw Error("the parameter \"" + name + "\" is missing");
-    }
-
-    std::string text(const std::string& name, const std::string& otherwise) {
-        const std::string* const value = find(name);
-        return value != nullptr ? *value : otherwise;
-    }
-
-    // A whole number, in decimal digits, perhaps behind a minus sign, from `least` to `most`.
-    template <typename Number>
-    Number number(const std::string& name, Number otherwise, Number least, Number most) {
-        const std::string* const value = find(name);
-        if (value == nullptr) {
-            return otherwise;
-        }
-        Number number = 0;
-        const char* const end = value->data() + value->size();
-        const std::from_chars_result result = std::from_chars(value->data(), end, number);
-        if (result.ec != std::errc() || result.ptr != end || number < least || number > most) {
-            refuse(name, *value, "is not a number from " + std::to_string(least) + " to " + std::to_string(most));
-        }
-        return number;
-    }
-
-    // One of several words.
-    template <typename Choice>
-    Choice choice(const std::string& name, Choice otherwise,
-                  std::initializer_list<std::pair<const char*, Choice>> choices) {
-        const std::string* const value = find(name);
-        if (value == nullptr) {
-            return otherwise;
-        }
-        std::string words;
-        for (const auto& one : choices) {
-            if (*value == one.first) {
-                return one.second;
-            }
-            words += std::string(words.empty() ? "" : ", ") + one.first;
-        }
-        refuse(name, *value, "is none of " + words);
-    }
-
-    // Throws when a parameter was given that nobody has asked for.
-    void refuseUnknown() const {
-        for (const auto& parameter : m_given) {
-            if (m_asked.count(parameter.first) == 0) {
-                refuse(parameter.first, parameter.second, "is given to a parameter that does not exist");
-            }
-        }
-    }
-
-private:
-    const std::string* find(const std::string& name) {
-        m_asked.insert(name);
-        const auto found = m_given.find(name);
-        return found != m_given.end() ? &found->second : nullptr;
-    }
-
-    [[noreturn]] static void refuse(const std::string& name, const std::string& value, const std::string& why) {
-        throw Error("parameter \"" + name + "\": \"" + value + "\" " + why);
-    }
-
-    const char* const m_targetName;
-    const std::map<std::string, std::string>& m_given;
-    std::set<std::string> m_asked;
-};
 
 // A target that has a name, does not write to syslog, and keeps nothing of components and application names.
 class SORREL_LOCAL NamedLogTarget : public ILogTarget {
@@ -148,12 +51,153 @@ public:
     ~NamedLogTarget() override = default;
 
     void onComponentAdded(sorrel_component* /*component*/) override {}
-    std::string getName() override { return m_name; }
+    std::string getName() final { return m_name; }
     bool isSyslogTarget() override { return false; }
     void setAppname(const std::string& /*name*/) override {}
 
+protected:
+    const std::string& name() const { return m_name; }
+
 private:
-    const char* const m_name;
+    const std::string m_name;
+};
+
+// One message, as the library hands it over. Valid during the call, but for the level, which lives as long as the
+// process.
+struct Message {
+    int processId;
+    int depth;         // of traced functions; may be negative
+    long long seconds; // since 1970, UTC
+    int microseconds;
+    const sorrel_level& level;
+    const std::string& threadName;
+    const std::string& componentName;
+    const std::string& functionName; // the innermost traced one, empty when there is none
+    const std::string& text;
+
+    // The syslog priority, 0 to 7.
+    int priority() const { return level.numeric >= 0 && level.numeric <= 6 ? level.numeric : 7; }
+};
+
+// Components as people choose them: names joined by ';', in which '*' stands for any characters, as in file names.
+class SORREL_LOCAL ComponentSet {
+public:
+    explicit ComponentSet(const std::string& words) {
+        std::string::size_type start = 0;
+        for (std::string::size_type end = 0; end != std::string::npos; start = end + 1) {
+            end = words.find(';', start);
+            m_patterns.push_back(words.substr(start, end - start));
+        }
+    }
+
+    // Allocates memory only for a name that it has not seen before.
+    bool contains(const std::string& name) {
+        if (m_patterns.size() == 1 && m_patterns.front() == "*") {
+            return true;
+        }
+        const auto known = m_known.find(name);
+        return known != m_known.end() ? known->second : m_known.emplace(name, matches(name)).first->second;
+    }
+
+private:
+    bool matches(const std::string& name) const {
+        for (const std::string& pattern : m_patterns) {
+            if (fnmatch(pattern.c_str(), name.c_str(), FNM_NOESCAPE) == 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    std::vector<std::string> m_patterns;
+    std::map<std::string, bool> m_known;
+};
+
+// A target that writes messages somewhere, and counts what becomes of them. Every such target takes the parameters
+//
+//     levels=err;warning      what LevelSet takes; all levels when it is not given
+//     components=net;ui*      what ComponentSet takes; all components when it is not given
+//     conf=FILE               more parameters: see TargetParameters
+//
+// and writes no other messages. Where one cannot be written, this one and those that follow are lost until a message of
+// the target's own, "317 messages lost: No space left on device", gets through: it stands where they would have stood,
+// with the level warning and the target's name for a component. When the target is released, a diagnostic at priority 7
+// says how many were written, dropped (the other side was not ready for more) and failed, and one at priority 4 what
+// was lost since the last announcement.
+class SORREL_LOCAL MessageTarget : public NamedLogTarget {
+public:
+    explicit MessageTarget(TargetParameters& parameters)
+        : NamedLogTarget(parameters), m_levels(parameters.levels("levels")),
+          m_components(parameters.text("components", "*")) {}
+    MessageTarget(const MessageTarget&) = delete;
+    MessageTarget& operator=(const MessageTarget&) = delete;
+    ~MessageTarget() override {
+        constexpr int kWarningPriority = 4;
+        constexpr int kDebugPriority = 7;
+        if (m_lost != 0) {
+            sorrel_tangleLog(kWarningPriority, "%s-target: %s", name().c_str(), announcement().c_str());
+        }
+        sorrel_tangleLog(kDebugPriority, "%s-target: %llu messages written, %llu dropped, %llu failed", name().c_str(),
+                         m_written, m_dropped, m_failed);
+    }
+
+    // Throws nothing of its own.
+    void log(int processId, int depth, long long seconds, int microseconds, sorrel_level* level,
+             const std::string& threadName, const std::string& componentName, const std::string& functionName,
+             const std::string& text) final {
+        try {
+            if (m_levels.contains(*level) && m_components.contains(componentName)) {
+                count(attempt(
+                    {processId, depth, seconds, microseconds, *level, threadName, componentName, functionName, text}));
+            }
+        } catch (const std::exception&) { // not (...): the end of a cancelled thread has to pass
+            count(ENOMEM);
+        }
+    }
+
+protected:
+    // Writes one message. Returns 0, or the error number that says why it is lost: EAGAIN and ENOBUFS when the other
+    // side takes no more for now, every other one for a failure. Called under the container's mutex, by any thread.
+    virtual int deliver(const Message& message) = 0;
+
+private:
+    int attempt(const Message& message) {
+        if (m_lost != 0) {
+            const std::string none;
+            const std::string text = announcement();
+            const int error = deliver({message.processId, 0, message.seconds, message.microseconds, *SR_WARNING,
+                                       message.threadName, name(), none, text});
+            if (error != 0) {
+                return error;
+            }
+            m_lost = 0;
+        }
+        return deliver(message);
+    }
+
+    void count(int error) {
+        if (error == 0) {
+            ++m_written;
+            return;
+        }
+        if (m_lost++ == 0) {
+            m_firstError = error;
+        }
+        ++(error == EAGAIN || error == ENOBUFS ? m_dropped : m_failed);
+    }
+
+    std::string announcement() const {
+        return std::to_string(m_lost) + (m_lost == 1 ? " message lost: " : " messages lost: ") +
+               std::strerror(m_firstError);
+    }
+
+    const LevelSet m_levels;
+    ComponentSet m_components;
+    unsigned long long m_written = 0;
+    unsigned long long m_dropped = 0;
+    unsigned long long m_failed = 0;
+    unsigned long long m_lost = 0; // since the last announcement
+    int m_firstError = 0;          // of those
 };
 
 // Makes targets of one class, whose constructor takes TargetParameters&.

@@ -1,4 +1,5 @@
 // What the helper for authors of targets makes of a class: the factory, and the reader of parameters.
+#include "temp_dir.hpp"
 #include "verbose_diagnostics.hpp"
 
 #include <sorrel/target_library.hpp>
@@ -40,8 +41,9 @@ public:
     DoorTarget& operator=(const DoorTarget&) = delete;
     ~DoorTarget() override { --living; }
 
-    void log(int, int, long long, int, sorrel_level*, const std::string&, const std::string&, const std::string&,
-             const std::string&) override {}
+    void log(int /*processId*/, int /*depth*/, long long /*seconds*/, int /*microseconds*/, sorrel_level* /*level*/,
+             const std::string& /*threadName*/, const std::string& /*componentName*/,
+             const std::string& /*functionName*/, const std::string& /*text*/) override {}
 };
 
 class TargetLibrary : public DiagnosticFixture {
@@ -53,6 +55,19 @@ protected:
         return dynamic_cast<sorrel::ILogTarget*>(m_factory.createObject("LogTarget", &given));
     }
 
+    // As if the file that the parameter "conf" names held this text.
+    void createWithFile(const std::string& text) {
+        m_files.write("door.conf", text);
+        m_factory.destroyObject(create({{"conf", m_files.file("door.conf")}, {"rings", "4"}}));
+    }
+
+    void expectFileRefused(const std::string& text, const std::string& why) {
+        m_files.write("door.conf", text);
+        expectRefused({{"conf", m_files.file("door.conf")}}, why);
+    }
+
+    std::string conf() const { return m_files.file("door.conf"); }
+
     void expectRefused(const std::map<std::string, std::string>& params, const std::string& why) {
         EXPECT_EQ(create(params), nullptr);
         ASSERT_THAT(diagnostics().texts(), Not(IsEmpty()));
@@ -62,6 +77,7 @@ protected:
     }
 
     sorrel::TargetFactory<DoorTarget> m_factory{"door"};
+    TempDir m_files;
 };
 
 } // namespace
@@ -137,4 +153,35 @@ TEST_F(TargetLibrary, OtherClassesAndParametersAreRefusedWithoutAWord) {
     EXPECT_EQ(m_factory.createObject("LogTarget", &foreign), nullptr);
     EXPECT_EQ(m_factory.createObject("LogTarget", nullptr), nullptr);
     EXPECT_THAT(diagnostics().texts(), IsEmpty());
+}
+
+TEST_F(TargetLibrary, AFileHoldsFurtherParameters) {
+    createWithFile("# of the door\n\n \tbell = a, b = c \t\r\ntag=" + std::string(2000, 'x'));
+    EXPECT_EQ(lastRead.bell, "a, b = c");
+    EXPECT_EQ(lastRead.tag, std::string(2000, 'x'));
+}
+
+TEST_F(TargetLibrary, WhatTheTargetLineGivesCountsMoreThanTheFile) {
+    createWithFile("bell=loud\nrings=5\n");
+    EXPECT_EQ(lastRead.rings, 4);
+}
+
+TEST_F(TargetLibrary, TheFirstOfTwoLinesOfAFileCounts) {
+    createWithFile("bell=loud\nbell=low\ntag=\n");
+    EXPECT_EQ(lastRead.bell, "loud");
+    EXPECT_EQ(lastRead.tag, "");
+}
+
+TEST_F(TargetLibrary, AFileThatIsNoneRefusesTheTarget) {
+    expectRefused({{"conf", conf()}}, "parameter \"conf\": \"" + conf() + "\" is not a file that can be read");
+    expectRefused({{"conf", "/dev/zero"}}, "parameter \"conf\": \"/dev/zero\" is not a file that can be read");
+}
+
+TEST_F(TargetLibrary, ALineOfAFileThatIsNoParameterRefusesTheTarget) {
+    expectFileRefused("bell=loud\n\nring ring\n", conf() + ":3: \"ring ring\" is not NAME=VALUE");
+    expectFileRefused("=loud\n", conf() + ":1: \"=loud\" is not NAME=VALUE");
+}
+
+TEST_F(TargetLibrary, AParameterOfAFileThatDoesNotExistRefusesTheTarget) {
+    expectFileRefused("bell=loud\nrigns=2\n", "parameter \"rigns\": \"2\" is given to a parameter that does not exist");
 }

@@ -1,0 +1,173 @@
+// The parameters of a log target, read and checked. C++17.
+//
+// All of it is compiled into what includes it, and stays inside.
+#ifndef SORREL_TARGET_PARAMETERS_HPP
+#define SORREL_TARGET_PARAMETERS_HPP
+
+#include <sorrel/level_set.hpp>
+#include <sorrel/log_target.hpp>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <initializer_list>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace sorrel {
+
+// The parameters of one `target` line, as the constructor of a target reads them. What it asks for is allowed; after it
+// everything else is refused. Every reader throws TargetParameters::Error for a value that it does not take.
+//
+// The parameter "conf" names a file with more of them, for values that are long, or hold ',' or '=': a line NAME=VALUE
+// each, with spaces and tabs around both dropped. Empty lines and those that begin with '#' say nothing. What the
+// `target` line gives itself counts, and so does the first of two lines.
+class SORREL_LOCAL TargetParameters {
+public:
+    class SORREL_LOCAL Error : public std::runtime_error {
+    public:
+        using std::runtime_error::runtime_error;
+    };
+
+    // Reads the file that "conf" names. The name has to outlive this object and the targets that are made with it.
+    TargetParameters(const char* targetName, const std::map<std::string, std::string>& given)
+        : m_targetName(targetName), m_given(given), m_asked{TARGET_TOKEN_APPLICATION_NAME()} {
+        const std::string* const file = find("conf");
+        if (file != nullptr) {
+            readFile(std::string(*file));
+        }
+    }
+    TargetParameters(const TargetParameters&) = delete;
+    TargetParameters& operator=(const TargetParameters&) = delete;
+
+    // As SORREL_TARGET_LIBRARY says.
+    const char* targetName() const { return m_targetName; }
+
+    // The application's name, empty when none is set; or what the line gives as "application-name".
+    std::string applicationName() const {
+        const auto found = m_given.find(TARGET_TOKEN_APPLICATION_NAME());
+        return found != m_given.end() ? found->second : std::string();
+    }
+
+    // A text that has to be there.
+    std::string text(const std::string& name) {
+        const std::string* const value = find(name);
+        return value != nullptr ? *value : throw Error("the parameter \"" + name + "\" is missing");
+    }
+
+    std::string text(const std::string& name, const std::string& otherwise) {
+        const std::string* const value = find(name);
+        return value != nullptr ? *value : otherwise;
+    }
+
+    // A whole number, in decimal digits, perhaps behind a minus sign, from `least` to `most`.
+    template <typename Number>
+    Number number(const std::string& name, Number otherwise, Number least, Number most) {
+        const std::string* const value = find(name);
+        if (value == nullptr) {
+            return otherwise;
+        }
+        Number number = 0;
+        const char* const end = value->data() + value->size();
+        const std::from_chars_result result = std::from_chars(value->data(), end, number);
+        if (result.ec != std::errc() || result.ptr != end || number < least || number > most) {
+            refuse(name, *value, "is not a number from " + std::to_string(least) + " to " + std::to_string(most));
+        }
+        return number;
+    }
+
+    // One of several words.
+    template <typename Choice>
+    Choice choice(const std::string& name, Choice otherwise,
+                  std::initializer_list<std::pair<const char*, Choice>> choices) {
+        const std::string* const value = find(name);
+        if (value == nullptr) {
+            return otherwise;
+        }
+        std::string words;
+        for (const auto& one : choices) {
+            if (*value == one.first) {
+                return one.second;
+            }
+            words += std::string(words.empty() ? "" : ", ") + one.first;
+        }
+        refuse(name, *value, "is none of " + words);
+    }
+
+    // A set of levels, all of them when nothing is given.
+    LevelSet levels(const std::string& name) {
+        const std::string* const value = find(name);
+        try {
+            return value != nullptr ? LevelSet(*value) : LevelSet(SR_ALL->mask);
+        } catch (const std::invalid_argument& error) {
+            refuse(name, *value, std::string("is refused: ") + error.what());
+        }
+    }
+
+    // Throws an Error about a parameter and its value: `why` goes on after them, "is no directory".
+    [[noreturn]] static void refuse(const std::string& name, const std::string& value, const std::string& why) {
+        throw Error("parameter \"" + name + "\": \"" + value + "\" " + why);
+    }
+
+    // Throws when a parameter was given that nobody has asked for.
+    void refuseUnknown() const {
+        for (const auto& parameter : m_given) {
+            if (m_asked.count(parameter.first) == 0) {
+                refuse(parameter.first, parameter.second, "is given to a parameter that does not exist");
+            }
+        }
+    }
+
+private:
+    const std::string* find(const std::string& name) {
+        m_asked.insert(name);
+        const auto found = m_given.find(name);
+        return found != m_given.end() ? &found->second : nullptr;
+    }
+
+    void readFile(const std::string& path) {
+        std::error_code unknown;
+        if (!std::filesystem::is_regular_file(path, unknown)) { // others might block
+            refuse("conf", path, "is not a file that can be read");
+        }
+        std::ifstream file(path);
+        if (!file) {
+            const int openErrno = errno;
+            refuse("conf", path, std::string("cannot be read: ") + std::strerror(openErrno));
+        }
+        int number = 0;
+        for (std::string line; std::getline(file, line);) {
+            ++number;
+            line = trimmed(line);
+            const std::string::size_type equals = line.find('=');
+            if (line.empty() || line[0] == '#') {
+                continue;
+            }
+            if (equals == 0 || equals == std::string::npos) {
+                throw Error(path + ":" + std::to_string(number) + ": \"" + line + "\" is not NAME=VALUE");
+            }
+            m_given.emplace(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
+        }
+    }
+
+    static std::string trimmed(const std::string& text) {
+        constexpr const char* kSpace = " \t\r";
+        const std::string::size_type first = text.find_first_not_of(kSpace);
+        return first == std::string::npos ? std::string()
+                                          : text.substr(first, text.find_last_not_of(kSpace) - first + 1);
+    }
+
+    const char* const m_targetName;
+    std::map<std::string, std::string> m_given;
+    std::set<std::string> m_asked;
+};
+
+} // namespace sorrel
+
+#endif // SORREL_TARGET_PARAMETERS_HPP
