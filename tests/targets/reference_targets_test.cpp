@@ -51,11 +51,15 @@ protected:
     std::string shownOnConsole(const std::string& text, int depth = 0, int numeric = 6,
                                const std::string& functionName = "") {
         const StreamToFile redirected(STDOUT_FILENO, files().file("out"));
-        logTo(SORREL_TEST_CONSOLE_TARGET, text, depth, numeric, functionName);
+        logTo(SORREL_TEST_TARGET_DIR "/sorrel-console.so", text, depth, numeric, functionName);
         return files().read("out");
     }
 
-    std::string fileTarget(const std::string& file) { return SORREL_TEST_FILE_TARGET ", file=" + files().file(file); }
+    std::string fileTarget(const std::string& file) {
+        return SORREL_TEST_TARGET_DIR "/sorrel-file.so"
+                                      ", file=" +
+               files().file(file);
+    }
 };
 
 } // namespace
@@ -85,7 +89,9 @@ TEST_F(ReferenceTargets, ControlCharactersAreEscapedAndUtf8IsKept) {
 
 TEST_F(ReferenceTargets, TheConsoleWritesToStderrWhenToldSo) {
     const StreamToFile redirected(STDERR_FILENO, files().file("out"));
-    logTo(SORREL_TEST_CONSOLE_TARGET ", stream=stderr", "hello");
+    logTo(SORREL_TEST_TARGET_DIR "/sorrel-console.so"
+                                 ", stream=stderr",
+          "hello");
     EXPECT_THAT(files().read("out"), HasSubstr(" hello\n"));
 }
 
@@ -104,10 +110,11 @@ TEST_F(ReferenceTargets, TheFileTargetMakesAFileThatOthersCannotRead) {
 }
 
 TEST_F(ReferenceTargets, TheFileTargetIsRefusedWithoutAFile) {
-    logTo(SORREL_TEST_FILE_TARGET, "hello");
+    logTo(SORREL_TEST_TARGET_DIR "/sorrel-file.so", "hello");
     EXPECT_TRUE(diagnostics().has("file-target: the parameter \"file\" is missing"));
-    EXPECT_TRUE(
-        diagnostics().has("logtarget-container: Unable to create LogTarget from lib \"" SORREL_TEST_FILE_TARGET "\""));
+    EXPECT_TRUE(diagnostics().has("logtarget-container: Unable to create LogTarget from lib \"" SORREL_TEST_TARGET_DIR
+                                  "/sorrel-file.so"
+                                  "\""));
 }
 
 TEST_F(ReferenceTargets, TheFileTargetIsRefusedWhenTheFileCannotBeOpened) {
@@ -124,12 +131,14 @@ TEST_F(ReferenceTargets, AParameterThatDoesNotExistRefusesTheTarget) {
 }
 
 TEST_F(ReferenceTargets, TheConsoleRefusesAnotherStream) {
-    logTo(SORREL_TEST_CONSOLE_TARGET ", stream=stdin", "hello");
+    logTo(SORREL_TEST_TARGET_DIR "/sorrel-console.so"
+                                 ", stream=stdin",
+          "hello");
     EXPECT_TRUE(diagnostics().has("console-target: parameter \"stream\": \"stdin\" is none of stdout, stderr"));
 }
 
 TEST_F(ReferenceTargets, TheTargetsAreUnloadedForGood) {
-    for (const std::string& line : {std::string(SORREL_TEST_CONSOLE_TARGET), fileTarget("app.log")}) {
+    for (const std::string& line : {std::string(SORREL_TEST_TARGET_DIR "/sorrel-console.so"), fileTarget("app.log")}) {
         configure("target=" + line + "\n");
         sorrel::CLogTargetContainer container(directory(), false, nullptr);
         container.onCfgUpdate();
