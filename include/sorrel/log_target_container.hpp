@@ -214,7 +214,7 @@ private:
     SORREL_LOCAL void closeDescriptors();
     SORREL_LOCAL void forgetParent();
     SORREL_LOCAL bool giveBackMutex(const int& loggersDepth);
-    SORREL_LOCAL bool waitForOthers(std::chrono::steady_clock::time_point deadline) const;
+    SORREL_LOCAL bool waitForOthers(std::chrono::steady_clock::time_point deadline);
     SORREL_LOCAL bool othersAreInTarget() const;
     SORREL_LOCAL bool isBusy(const CPluggableLogModule& entry) const;
     SORREL_LOCAL void releaseTarget(CPluggableLogModule& entry);

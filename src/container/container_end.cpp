@@ -64,19 +64,26 @@ bool CLogTargetContainer::giveBackMutex(const int& loggersDepth) {
     return true;
 }
 
-// Waits a short while for another thread's operations. False when they are not over.
-bool CLogTargetContainer::waitForOthers(Deadline deadline) const {
-    return waitAtExit(deadline, [this] { return __atomic_load_n(&m_depth, __ATOMIC_SEQ_CST) == 0; });
+// Waits a short while until the mutex is free. Who takes it later sees that the container is gone. False when somebody
+// holds it all the time.
+bool CLogTargetContainer::waitForOthers(Deadline deadline) {
+    return waitAtExit(deadline, [this] {
+        if (!takeAtExit(m_mutex)) {
+            return false;
+        }
+        m_mutex.unlock();
+        return true;
+    });
 }
 
 // Whether the thread whose operations are not over is inside a target: when that returns, it touches nothing any more.
 bool CLogTargetContainer::othersAreInTarget() const {
-    const int depth = __atomic_load_n(&m_depth, __ATOMIC_SEQ_CST);
+    const int depth = __atomic_load_n(&m_depth, __ATOMIC_ACQUIRE);
     return depth == 0 || (depth <= kMaxNesting && __atomic_load_n(&m_busy[depth - 1], __ATOMIC_ACQUIRE) != nullptr);
 }
 
 bool CLogTargetContainer::isBusy(const CPluggableLogModule& entry) const {
-    const int depth = __atomic_load_n(&m_depth, __ATOMIC_SEQ_CST);
+    const int depth = __atomic_load_n(&m_depth, __ATOMIC_ACQUIRE);
     if (depth > kMaxNesting) {
         return true; // not all of them are known
     }

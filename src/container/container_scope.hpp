@@ -67,9 +67,8 @@ private:
         if (!lockUnlessGone(m_container, m_container)) {
             return false;
         }
-        // Sequentially consistent, like the marking of a container as gone: either the destructor sees this operation,
-        // or this operation sees that the container is gone.
-        __atomic_store_n(&m_container.m_depth, m_container.m_depth + 1, __ATOMIC_SEQ_CST);
+        // What the exiting thread reads of this without the mutex it has from a good while ago.
+        __atomic_store_n(&m_container.m_depth, m_container.m_depth + 1, __ATOMIC_RELEASE);
         if (isGone(m_container)) {
             leave();
             return false;
