@@ -8,15 +8,22 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
 constexpr std::size_t kMostTagBytes = 32;  // of RFC 3164
 constexpr std::size_t kMostNameBytes = 48; // of an application, in RFC 5424
 constexpr std::size_t kMostHostBytes = 255;
+
+constexpr std::initializer_list<std::pair<const char*, int>> kFacilities = {
+    {"user", 1},    {"mail", 2},    {"daemon", 3},    {"auth", 4},    {"syslog", 5},  {"lpr", 6},     {"news", 7},
+    {"uucp", 8},    {"cron", 9},    {"authpriv", 10}, {"ftp", 11},    {"local0", 16}, {"local1", 17}, {"local2", 18},
+    {"local3", 19}, {"local4", 20}, {"local5", 21},   {"local6", 22}, {"local7", 23}};
 
 // What stands in a header is visible ASCII, without what ends a tag.
 std::string headerField(const std::string& name, std::size_t mostBytes) {
@@ -79,7 +86,7 @@ private:
 class SyslogTarget final : public ServiceTarget {
 public:
     explicit SyslogTarget(sorrel::TargetParameters& parameters)
-        : ServiceTarget(parameters, "/dev/log"), m_facility(facilityOf(parameters)),
+        : ServiceTarget(parameters, "/dev/log"), m_facility(parameters.choice("facility", 1, kFacilities)),
           m_is5424(parameters.choice("format", false, {{"3164", false}, {"5424", true}})),
           m_dataId("[sorrel@" + std::to_string(parameters.number("enterprise", kExampleEnterprise, 1U, UINT32_MAX))) {
         const std::string given = parameters.text("ident", "-");
@@ -98,29 +105,6 @@ public:
 
 private:
     static constexpr std::uint32_t kExampleEnterprise = 32473; // reserved for those who have none
-
-    static int facilityOf(sorrel::TargetParameters& parameters) {
-        return parameters.choice("facility", 1,
-                                 {{"user", 1},
-                                  {"mail", 2},
-                                  {"daemon", 3},
-                                  {"auth", 4},
-                                  {"syslog", 5},
-                                  {"lpr", 6},
-                                  {"news", 7},
-                                  {"uucp", 8},
-                                  {"cron", 9},
-                                  {"authpriv", 10},
-                                  {"ftp", 11},
-                                  {"local0", 16},
-                                  {"local1", 17},
-                                  {"local2", 18},
-                                  {"local3", 19},
-                                  {"local4", 20},
-                                  {"local5", 21},
-                                  {"local6", 22},
-                                  {"local7", 23}});
-    }
 
     void nameHeader() {
         m_name = m_is5424 ? " " + m_host + " " + headerField(ident(), kMostNameBytes) + " "

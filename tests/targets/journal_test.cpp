@@ -151,7 +151,7 @@ TEST_F(RealJournald, HoldsEveryField) {
     EXPECT_EQ(entry["_PID"], std::to_string(getpid())); // what journald itself adds
 }
 
-TEST_F(RealJournald, KeepsLineFeedsAndBytesThatAreNoUtf8) {
+TEST_F(RealJournald, HoldsLineFeedsAndBytesThatAreNoUtf8) {
     load("ident=door");
     const std::string longest(2047, 'x');
     const std::vector<std::string> said = {"two\nlines\n", "\xc3\xa9\t\xff\xfe", "", longest, "a\x1b[2J"};
