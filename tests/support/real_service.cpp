@@ -66,6 +66,9 @@ RealService::~RealService() {
 }
 
 void RealService::start(const std::string& socketPath) {
+    if (access(m_command.front().c_str(), X_OK) != 0) {
+        throw std::runtime_error(m_command.front() + ": " + std::strerror(errno));
+    }
     std::vector<char*> command;
     for (std::string& word : m_command) {
         command.push_back(word.data());

@@ -97,9 +97,10 @@ INSTANTIATE_TEST_SUITE_P(Of, ServiceSocket, testing::Values("syslog", "journal")
 
 TEST_P(ServiceSocket, AServiceThatComesLaterIsFound) {
     load("wait=0");
+    const std::size_t descriptors = openDescriptors().size();
     say("lost");
     say("lost");
-    EXPECT_EQ(socketDescriptor(), -1);
+    EXPECT_EQ(openDescriptors().size(), descriptors);
     startService();
     say("hello");
     EXPECT_THAT(m_service->sent(),
@@ -149,6 +150,16 @@ TEST_P(ServiceSocket, TenMillisecondsAreTheDefault) {
     load("levels=all");
     fill();
     EXPECT_EQ(lastTimeout, 10);
+}
+
+TEST_P(ServiceSocket, NothingHangsThoughSomebodyHasMadeTheSocketBlocking) {
+    startService();
+    load("wait=10");
+    say("hello");
+    ASSERT_EQ(fcntl(socketDescriptor(), F_SETFL, 0), 0); // as a child may that shares it
+    fill();
+    say("lost");
+    EXPECT_EQ(waits, 1);
 }
 
 TEST_P(ServiceSocket, WithoutWaitingLossesAreCountedAllTheSame) {

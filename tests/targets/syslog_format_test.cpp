@@ -86,6 +86,12 @@ TEST_F(SyslogFormat, DaysOfOneDigitAreFilledWithABlankAndMonthsAreEnglish) {
     }
 }
 
+TEST_F(SyslogFormat, TheBeginningOfTimeIsATime) {
+    load("ident=door");
+    m_message.seconds = 0;
+    EXPECT_THAT(sent(m_message), StartsWith("<14>Jan  1 00:00:00 door["));
+}
+
 TEST_F(SyslogFormat, TimesAreThoseOfTheTimeZone) {
     setenv("TZ", "EST5", 1);
     load("ident=door");
@@ -122,6 +128,11 @@ TEST_F(SyslogFormat, WithoutANameTheProgramsIsTaken) {
     EXPECT_THAT(sentText("hello"), HasSubstr(" " + name + "[4711]: "));
 }
 
+TEST_F(SyslogFormat, TheApplicationMayHaveBeenNamedBefore) {
+    load("application-name=gate");
+    EXPECT_THAT(sentText("hello"), HasSubstr(" gate[4711]: "));
+}
+
 TEST_F(SyslogFormat, TheNameFollowsTheApplications) {
     LoadedTarget& target = load("facility=user");
     target.container().setAppname("gate");
@@ -138,7 +149,7 @@ TEST_F(SyslogFormat, ANameThatIsGivenStays) {
 
 TEST_F(SyslogFormat, TheApplicationsNameIsMadeFitForTheHeader) {
     LoadedTarget& target = load("facility=user");
-    target.container().setAppname("a b:c[d]e/f\xc3\xa9\n" + std::string(40, 'x'));
+    target.container().setAppname("a b:c[d]e/f\xc3\xa9\x7f" + std::string(40, 'x'));
     EXPECT_THAT(sentText("hello"), HasSubstr(" a_b_c_d_e_f___" + std::string(18, 'x') + "[4711]: "));
     LoadedTarget& other = load("format=5424");
     other.container().setAppname(std::string(60, 'x'));
