@@ -62,6 +62,11 @@ class Results:
         theirs = self.sample("p50", "dump", kind)
         return theirs and self.sample("p50", "dump", "libsorrel") / theirs
 
+    def over_sendv(self):
+        """Processor time of the thread that logs."""
+        theirs = self.sample("cpu", "journal", "sendv")
+        return theirs and self.sample("cpu", "journal", "sorrel") / theirs
+
     def further_target(self):
         one, many = (self.sample("message", "targets", count) for count in runs.TARGETS)
         return (many - one).scaled(1 / (runs.TARGETS[1] - runs.TARGETS[0]))
@@ -108,6 +113,10 @@ def of_parts(results):
     ]
 
 
+def of_targets(results):
+    return [Figure("journal target, of sd_journal_sendv", results.over_sendv(), "", 0.9, 0.9)]
+
+
 def of_code():
     same, own = sizes.call_site(sizes.SAME_TEXT), sizes.call_site(sizes.OWN_TEXT)
     return [
@@ -118,4 +127,4 @@ def of_code():
 
 
 def all_figures(results):
-    return counted() + beside_peers(results) + of_parts(results) + of_code()
+    return counted() + beside_peers(results) + of_parts(results) + of_targets(results) + of_code()

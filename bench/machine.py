@@ -27,13 +27,13 @@ def system():
 
 
 def commit():
-    measured = ("CMakeLists.txt", "bench", "cmake", "include", "src")
+    measured = ("CMakeLists.txt", "bench", "cmake", "include", "src", "targets")
     changed = output_of("git", "status", "--porcelain", "--", *measured, cwd=ROOT)
     return output_of("git", "rev-parse", "--short", "HEAD", cwd=ROOT).strip() + (" with changes" if changed else "")
 
 
 def peers():
-    packages = ("libspdlog-dev", "liblog4cplus-dev", "libgoogle-glog-dev", "libboost-log-dev")
+    packages = ("libspdlog-dev", "liblog4cplus-dev", "libgoogle-glog-dev", "libboost-log-dev", "libsystemd-dev")
     return output_of("dpkg-query", "--show", "--showformat=${Package} ${Version}, ", *packages).rstrip(", ")
 
 

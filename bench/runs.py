@@ -57,6 +57,9 @@ def of_parts(peers, milliseconds, priority):
     if "spdlog" in peers:
         for kind in ("characters", "plain"):
             runs["dump", kind] = partial(measure, "dump_spdlog", milliseconds, kind)
+    for file in ("sorrel", "sendv"):
+        if program(f"journal_{file}").exists():
+            runs["journal", file] = partial(measure, f"journal_{file}", "read", milliseconds)
     for count in TARGETS:
         runs["targets", count] = partial(measure, "costs", "targets", count, milliseconds)
     for threads in LOGGING_THREADS:

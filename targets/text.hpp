@@ -2,6 +2,7 @@
 #ifndef SORREL_TARGETS_TEXT_HPP
 #define SORREL_TARGETS_TEXT_HPP
 
+#include <charconv>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -43,6 +44,14 @@ inline std::size_t sequenceLength(std::string_view text, std::size_t index) {
     return isOutside ? 0 : length;
 }
 
+// A number, to the base 10 or 16.
+template <typename Number>
+void appendNumber(std::string& out, Number value, int base = 10) {
+    char digits[24];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value, base);
+    out.append(digits, end.ptr);
+}
+
 inline void appendHex(std::string& out, unsigned char byte) {
     constexpr char kDigits[] = "0123456789abcdef";
     out += kDigits[byte >> 4U];
@@ -50,12 +59,12 @@ inline void appendHex(std::string& out, unsigned char byte) {
 }
 
 // For lines that people read: a control character must neither end the line nor command the terminal. Shown are "\n",
-// "\t" and "\x1b"; all other bytes stay as they are.
-inline void appendVisible(std::string& out, std::string_view text) {
+// "\t" and "\x1b"; all other bytes, and the characters in `kept`, stay as they are.
+inline void appendVisible(std::string& out, std::string_view text, std::string_view kept = {}) {
     std::size_t copied = 0;
     for (std::size_t i = 0; i < text.size();) {
         const std::size_t length = controlLength(text, i);
-        if (length == 0) {
+        if (length == 0 || kept.find(text[i]) != std::string_view::npos) {
             ++i;
             continue;
         }

@@ -1,0 +1,62 @@
+// A log target of the library, loaded as an application loads it, and the messages that it gets.
+#ifndef SORREL_TESTS_LOADED_TARGET_HPP
+#define SORREL_TESTS_LOADED_TARGET_HPP
+
+#include "temp_dir.hpp"
+
+#include <sorrel/level.h>
+#include <sorrel/log_target_container.hpp>
+
+#include <string>
+
+inline std::string targetPath(const std::string& name) {
+    return SORREL_TEST_TARGET_DIR "/sorrel-" + name + ".so";
+}
+
+// The nine values of a message. Its time is 2024-02-29 13:04:05.000042 UTC.
+struct SaidMessage {
+    int processId = 4711;
+    int depth = 0;
+    long long seconds = 1709211845;
+    int microseconds = 42;
+    sorrel_level level = {6, 0x40};
+    std::string threadName = "main";
+    std::string componentName = "net";
+    std::string functionName;
+    std::string text = "hello";
+};
+
+// A container of its own, with one target or more. The directory is where its configuration lies.
+class LoadedTarget {
+public:
+    // What follows the library in its line: "socket=/run/x, wait=0".
+    LoadedTarget(const TempDir& directory, const std::string& library, const std::string& parameters)
+        : m_directory(directory), m_container(directory.path(), false, nullptr) {
+        configure("target=" + library + ", " + parameters + "\n");
+    }
+
+    void configure(const std::string& text) {
+        m_directory.write("sorrel.cfg", text);
+        m_container.onCfgUpdate();
+    }
+    void unload() { configure("component=net, 1\n"); }
+
+    void say(const SaidMessage& message) {
+        sorrel_level level = message.level;
+        m_container.log(message.processId, message.depth, message.seconds, message.microseconds, &level,
+                        message.threadName, message.componentName, message.functionName, message.text);
+    }
+    void say(const std::string& text) {
+        SaidMessage message;
+        message.text = text;
+        say(message);
+    }
+
+    sorrel::CLogTargetContainer& container() { return m_container; }
+
+private:
+    const TempDir& m_directory;
+    sorrel::CLogTargetContainer m_container;
+};
+
+#endif // SORREL_TESTS_LOADED_TARGET_HPP

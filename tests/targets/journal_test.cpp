@@ -1,0 +1,244 @@
+// The journal target and a real systemd-journald, read back with journalctl.
+#include "loaded_target.hpp"
+#include "private_system.hpp"
+#include "real_service.hpp"
+#include "temp_dir.hpp"
+#include "wait_until.hpp"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <boost/property_tree/json_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+using testing::ElementsAre;
+
+namespace {
+
+constexpr char kSocket[] = "/run/systemd/journal/socket";
+constexpr std::chrono::milliseconds kLongestCall{100};
+
+// In memory, without limits; what the kernel says and whom it watches is left to the machine's own journal.
+constexpr char kConfiguration[] = "[Journal]\nStorage=volatile\nRateLimitIntervalSec=0\nReadKMsg=no\nAudit=\n"
+                                  "ForwardToSyslog=no\nForwardToWall=no\n";
+
+std::string outputOf(const std::string& command) {
+    FILE* const pipe = popen(command.c_str(), "re");
+    if (pipe == nullptr) {
+        throw std::runtime_error("cannot run " + command);
+    }
+    std::string output;
+    std::array<char, 4096> buffer;
+    for (std::size_t length = 1; length > 0;) {
+        length = fread(buffer.data(), 1, buffer.size(), pipe);
+        output.append(buffer.data(), length);
+    }
+    pclose(pipe);
+    return output;
+}
+
+// One entry of the journal, as journalctl shows it in JSON.
+class Entry {
+public:
+    explicit Entry(const std::string& json) {
+        std::istringstream stream(json);
+        boost::property_tree::read_json(stream, m_fields);
+    }
+
+    // What is no UTF-8 is shown as an array of bytes.
+    std::string operator[](const std::string& name) const {
+        const auto& field = m_fields.get_child(name);
+        std::string value = field.data();
+        for (const auto& byte : field) {
+            value += static_cast<char>(byte.second.get_value<int>());
+        }
+        return value;
+    }
+
+    bool has(const std::string& name) const { return m_fields.count(name) != 0; }
+
+private:
+    boost::property_tree::ptree m_fields;
+};
+
+class RealJournald : public testing::Test {
+protected:
+    void SetUp() override {
+        SORREL_SKIP_WITHOUT("journald");
+        enterPrivateSystem();
+        std::filesystem::create_directories("/etc/systemd");
+        std::filesystem::create_directories("/run/systemd/journal");
+        std::filesystem::create_directories("/run/log/journal");
+        std::ofstream("/etc/machine-id") << "0123456789abcdef0123456789abcdef\n";
+        std::ofstream("/etc/systemd/journald.conf") << kConfiguration;
+        m_service = std::make_unique<RealService>(std::vector<std::string>{"/lib/systemd/systemd-journald"},
+                                                  "/run/journald.output");
+        m_service->start(kSocket);
+    }
+
+    LoadedTarget& load(const std::string& parameters) {
+        m_target = std::make_unique<LoadedTarget>(m_directory, targetPath("journal"), parameters);
+        return *m_target;
+    }
+
+    void sayInTime(const std::string& text) {
+        const auto begin = std::chrono::steady_clock::now();
+        m_target->say(text);
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, kLongestCall);
+    }
+
+    // The entries of the target, as soon as there are so many; the oldest comes first.
+    static std::vector<Entry> entries(std::size_t count) {
+        std::vector<Entry> found;
+        EXPECT_TRUE(waitUntil([&] {
+            found.clear();
+            std::istringstream lines(outputOf("journalctl --directory=/run/log/journal --output=json --all --quiet "
+                                              "_TRANSPORT=journal 2>>/run/journalctl.errors"));
+            for (std::string line; std::getline(lines, line);) {
+                found.emplace_back(line);
+            }
+            return found.size() >= count;
+        })) << found.size();
+        return found;
+    }
+
+    static std::vector<std::string> texts(std::size_t count) {
+        std::vector<std::string> found;
+        for (const Entry& entry : entries(count)) {
+            found.push_back(entry["MESSAGE"]);
+        }
+        return found;
+    }
+
+    TempDir m_directory;
+    std::unique_ptr<RealService> m_service;
+    std::unique_ptr<LoadedTarget> m_target;
+};
+
+} // namespace
+
+TEST_F(RealJournald, HoldsEveryField) {
+    LoadedTarget& target = load("levels=all");
+    target.container().setAppname("door-opener");
+    SaidMessage message;
+    message.level = {8, 0x100};
+    message.depth = -2;
+    message.functionName = "poll";
+    target.say(message);
+    const Entry entry = entries(1).at(0);
+    EXPECT_EQ(entry["MESSAGE"], "hello");
+    EXPECT_EQ(entry["PRIORITY"], "7");
+    EXPECT_EQ(entry["SYSLOG_IDENTIFIER"], "door-opener");
+    EXPECT_EQ(entry["SYSLOG_PID"], "4711");
+    EXPECT_EQ(entry["TID"], std::to_string(gettid()));
+    EXPECT_EQ(entry["CODE_FUNC"], "poll");
+    EXPECT_EQ(entry["SORREL_COMPONENT"], "net");
+    EXPECT_EQ(entry["SORREL_DEPTH"], "-2");
+    EXPECT_EQ(entry["SORREL_THREAD"], "main");
+    EXPECT_EQ(entry["SORREL_LEVEL_MASK"], "0x100");
+    EXPECT_EQ(entry["SORREL_TIMESTAMP"], "1709211845000042");
+    EXPECT_EQ(entry["_PID"], std::to_string(getpid())); // what journald itself adds
+}
+
+TEST_F(RealJournald, HoldsLineFeedsAndBytesThatAreNoUtf8) {
+    load("ident=door");
+    const std::string longest(2047, 'x');
+    const std::vector<std::string> said = {"two\nlines\n", "\xc3\xa9\t\xff\xfe", "", longest, "a\x1b[2J"};
+    for (const std::string& text : said) {
+        m_target->say(text);
+    }
+    EXPECT_THAT(texts(said.size()), ElementsAre("two\nlines\n", "\xc3\xa9\t\xff\xfe", "", longest, "a\\x1b[2J"));
+}
+
+TEST_F(RealJournald, FieldsAreFoundByTheirValues) {
+    load("ident=door");
+    SaidMessage message;
+    for (const char* component : {"net", "ui", "net"}) {
+        message.componentName = component;
+        m_target->say(message);
+    }
+    entries(3);
+    EXPECT_EQ(outputOf("journalctl --directory=/run/log/journal --output=cat --quiet SORREL_COMPONENT=net"),
+              "hello\nhello\n");
+}
+
+TEST_F(RealJournald, NothingIsLostWhileItRuns) {
+    constexpr std::size_t kMessages = 2000;
+    load("wait=10000");
+    for (std::size_t i = 0; i < kMessages; ++i) {
+        m_target->say(std::to_string(i));
+    }
+    const std::vector<std::string> found = texts(kMessages);
+    ASSERT_EQ(found.size(), kMessages);
+    for (std::size_t i = 0; i < kMessages; ++i) {
+        ASSERT_EQ(found[i], std::to_string(i));
+    }
+}
+
+TEST_F(RealJournald, WhileItIsStoppedNoCallHangs) {
+    constexpr std::size_t kMessages = 1000;
+    load("ident=door");
+    m_service->stop();
+    for (std::size_t i = 0; i < kMessages; ++i) {
+        sayInTime("while stopped");
+    }
+    m_service->resume();
+    std::size_t said = kMessages;
+    std::size_t losses = 0;
+    std::size_t arrived = 0;
+    EXPECT_TRUE(waitUntil([&] {
+        if (losses == 0) {
+            m_target->say("after");
+            ++said;
+        }
+        losses = arrived = 0;
+        for (const std::string& text : texts(0)) {
+            const bool isLoss = text.find(" lost: Resource temporarily unavailable") != std::string::npos;
+            losses += isLoss ? std::stoul(text) : 0;
+            arrived += isLoss ? 0U : 1U;
+        }
+        return losses > 0 && arrived + losses == said;
+    })) << said
+        << " messages, " << arrived << " arrived, " << losses << " are said to be lost";
+    EXPECT_LT(arrived, kMessages);
+}
+
+TEST_F(RealJournald, WhenItWasKilledMessagesAreLostUntilItIsBack) {
+    load("ident=door");
+    m_target->say("before");
+    entries(1);
+    m_service->kill();
+    sayInTime("lost");
+    sayInTime("lost");
+    m_service->start(kSocket);
+    m_target->say("after");
+    const std::vector<Entry> found = entries(3);
+    ASSERT_EQ(found.size(), 3U);
+    EXPECT_EQ(found[0]["MESSAGE"], "before");
+    EXPECT_EQ(found[1]["MESSAGE"], "2 messages lost: Connection refused");
+    EXPECT_EQ(found[1]["SORREL_COMPONENT"], "journal");
+    EXPECT_EQ(found[1]["PRIORITY"], "4");
+    EXPECT_FALSE(found[1].has("CODE_FUNC"));
+    EXPECT_EQ(found[2]["MESSAGE"], "after");
+}
+
+TEST_F(RealJournald, ARestartBetweenTwoMessagesLosesNone) {
+    load("ident=door");
+    m_target->say("before");
+    entries(1);
+    m_service->terminate();
+    m_service->start(kSocket);
+    m_target->say("after");
+    EXPECT_THAT(texts(2), ElementsAre("before", "after"));
+}
