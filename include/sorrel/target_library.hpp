@@ -121,9 +121,9 @@ private:
 //
 // and writes no other messages. Where one cannot be written, this one and those that follow are lost until a message of
 // the target's own, "317 messages lost: No space left on device", gets through: it stands where they would have stood,
-// with the level warning and the target's name for a component. When the target is released, a diagnostic at priority 7
-// says how many were written, dropped (the other side was not ready for more) and failed, and one at priority 4 what
-// was lost since the last announcement.
+// with the depth of the message that follows, the level warning and the target's name for a component. When the target
+// is released, a diagnostic at priority 7 says how many were written, dropped (the other side was not ready for more)
+// and failed, and one at priority 4 what was lost since the last announcement.
 class SORREL_LOCAL MessageTarget : public NamedLogTarget {
 public:
     explicit MessageTarget(TargetParameters& parameters)
@@ -165,8 +165,8 @@ private:
         if (m_lost != 0) {
             const std::string none;
             const std::string text = announcement();
-            const int error = deliver({message.processId, 0, message.seconds, message.microseconds, *SR_WARNING,
-                                       message.threadName, name(), none, text});
+            const int error = deliver({message.processId, message.depth, message.seconds, message.microseconds,
+                                       *SR_WARNING, message.threadName, name(), none, text});
             if (error != 0) {
                 return error;
             }
