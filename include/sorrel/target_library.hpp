@@ -164,9 +164,8 @@ private:
     int attempt(const Message& message) {
         if (m_lost != 0) {
             const std::string none;
-            const std::string text = announcement();
             const int error = deliver({message.processId, message.depth, message.seconds, message.microseconds,
-                                       *SR_WARNING, message.threadName, name(), none, text});
+                                       *SR_WARNING, message.threadName, name(), none, announcement()});
             if (error != 0) {
                 return error;
             }
@@ -186,9 +185,12 @@ private:
         ++(error == EAGAIN || error == ENOBUFS ? m_dropped : m_failed);
     }
 
-    std::string announcement() const {
-        return std::to_string(m_lost) + (m_lost == 1 ? " message lost: " : " messages lost: ") +
-               std::strerror(m_firstError);
+    // Kept, so that as long as messages are lost none of them costs memory.
+    const std::string& announcement() {
+        m_announcement.assign(std::to_string(m_lost));
+        m_announcement += m_lost == 1 ? " message lost: " : " messages lost: ";
+        m_announcement += std::strerror(m_firstError);
+        return m_announcement;
     }
 
     const LevelSet m_levels;
@@ -198,6 +200,7 @@ private:
     unsigned long long m_failed = 0;
     unsigned long long m_lost = 0; // since the last announcement
     int m_firstError = 0;          // of those
+    std::string m_announcement;
 };
 
 // Makes targets of one class, whose constructor takes TargetParameters&.
