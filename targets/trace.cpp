@@ -106,11 +106,8 @@ private:
 
     // A new file, which holds the name of the process.
     int begin(int processId) {
-        if (processId != m_processId) { // a fork child
-            m_tracks.clear();
-        }
         m_processId = processId;
-        m_threadId = processId;
+        m_threadId = threadIdIn(processId);
         ++m_fileNumber;
         m_events.clear();
         appendName("process_name", processName());

@@ -71,6 +71,8 @@ TEST_F(TraceTarget, AnEndWhoseBeginningWasNotRecordedIsAMark) {
     leave(-1, "");
     enter(0, "one");
     leave(0, "other");
+    enter(1, "again");
+    leave(0, "again");
     EXPECT_EQ(shown(), "track main\n"
                        "  outer {\n"
                        "    TRACE net [inner] 1: leaving\n"
@@ -78,7 +80,10 @@ TEST_F(TraceTarget, AnEndWhoseBeginningWasNotRecordedIsAMark) {
                        "  TRACE net [] -1: leaving\n"
                        "  one {\n"
                        "  }\n"
-                       "  TRACE net [other] 0: leaving\n");
+                       "  TRACE net [other] 0: leaving\n"
+                       "  again {\n"
+                       "  }\n"
+                       "  TRACE net [again] 0: leaving\n");
 }
 
 TEST_F(TraceTarget, TextsOfTheTracesThatAreOtherMessagesAreMarks) {
@@ -122,6 +127,7 @@ TEST_F(TraceTarget, TheProcessHasTheNameOfTheApplication) {
     say("a");
     container().setAppname("station");
     say("b");
+    say("c");
     EXPECT_THAT(outputOf(SORREL_TEST_SHOW_TRACE " " + path()),
                 StartsWith(std::string("process ") + program_invocation_short_name + ", station\n"));
 }
