@@ -121,9 +121,9 @@ private:
 //
 // and writes no other messages. Where one cannot be written, this one and those that follow are lost until a message of
 // the target's own, "317 messages lost: No space left on device", gets through: it stands where they would have stood,
-// with the level warning and the target's name for a component. When the target is released, a diagnostic at priority 7
-// says how many were written, dropped (the other side was not ready for more) and failed, and one at priority 4 what
-// was lost since the last announcement.
+// with the depth of the message that follows, the level warning and the target's name for a component. When the target
+// is released, a diagnostic at priority 7 says how many were written, dropped (the other side was not ready for more)
+// and failed, and one at priority 4 what was lost since the last announcement.
 class SORREL_LOCAL MessageTarget : public NamedLogTarget {
 public:
     explicit MessageTarget(TargetParameters& parameters)
@@ -164,9 +164,8 @@ private:
     int attempt(const Message& message) {
         if (m_lost != 0) {
             const std::string none;
-            const std::string text = announcement();
-            const int error = deliver({message.processId, 0, message.seconds, message.microseconds, *SR_WARNING,
-                                       message.threadName, name(), none, text});
+            const int error = deliver({message.processId, message.depth, message.seconds, message.microseconds,
+                                       *SR_WARNING, message.threadName, name(), none, announcement()});
             if (error != 0) {
                 return error;
             }
@@ -186,9 +185,12 @@ private:
         ++(error == EAGAIN || error == ENOBUFS ? m_dropped : m_failed);
     }
 
-    std::string announcement() const {
-        return std::to_string(m_lost) + (m_lost == 1 ? " message lost: " : " messages lost: ") +
-               std::strerror(m_firstError);
+    // Kept, so that as long as messages are lost none of them costs memory.
+    const std::string& announcement() {
+        m_announcement.assign(std::to_string(m_lost));
+        m_announcement += m_lost == 1 ? " message lost: " : " messages lost: ";
+        m_announcement += std::strerror(m_firstError);
+        return m_announcement;
     }
 
     const LevelSet m_levels;
@@ -198,6 +200,7 @@ private:
     unsigned long long m_failed = 0;
     unsigned long long m_lost = 0; // since the last announcement
     int m_firstError = 0;          // of those
+    std::string m_announcement;
 };
 
 // Makes targets of one class, whose constructor takes TargetParameters&.

@@ -1,0 +1,87 @@
+// Log targets as an application loads them, and messages made by hand.
+#ifndef SORREL_TESTS_TARGET_FIXTURE_HPP
+#define SORREL_TESTS_TARGET_FIXTURE_HPP
+
+#include "container_fixture.hpp"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+// What a command prints. It has to succeed.
+inline std::string outputOf(const std::string& command) {
+    FILE* const pipe = popen(command.c_str(), "re");
+    std::string output;
+    std::array<char, 4096> buffer{};
+    for (std::size_t count = 1; count > 0;) {
+        count = std::fread(buffer.data(), 1, buffer.size(), pipe);
+        output.append(buffer.data(), count);
+    }
+    EXPECT_EQ(pclose(pipe), 0) << command << "\n" << output;
+    return output;
+}
+
+// A message on the last day of February.
+struct TestMessage {
+    std::string text;
+    int depth = 0;
+    int numeric = 6;
+    std::string thread = "main";
+    std::string component = "net";
+    std::string function = "";
+    int microseconds = 42; // since the minute; may be more than a second, or negative
+};
+
+// A container with the targets of a configuration, and a small disk.
+class TargetFixture : public ContainerFixture {
+protected:
+    TargetFixture() { setenv("TZ", "UTC", 1); }
+
+    // Makes a `target` line the whole configuration.
+    void load(const std::string& targetLine) { configureTargets("target=" + targetLine + "\n"); }
+    void unload() { configureTargets("component=net, 1\n"); }
+    void configureTargets(const std::string& text) {
+        configure(text);
+        if (!m_container) {
+            m_container.emplace(directory(), false, nullptr);
+        }
+        m_container->onCfgUpdate();
+    }
+
+    sorrel::CLogTargetContainer& container() { return *m_container; }
+
+    void log(const TestMessage& message) {
+        constexpr int kSecond = 1000000;
+        constexpr long long kTime = 1709211845;
+        sorrel_level level = {message.numeric, 1U << (static_cast<unsigned int>(message.numeric) % 32U)};
+        const int seconds = message.microseconds / kSecond - (message.microseconds < 0 ? 1 : 0);
+        m_container->log(getpid(), message.depth, kTime + seconds, message.microseconds - seconds * kSecond, &level,
+                         message.thread, message.component, message.function, message.text);
+    }
+
+    // A disk of 128 KiB in the private system.
+    static std::string disk() { return "/run/disk"; }
+    static void mountSmallDisk() {
+        mkdir(disk().c_str(), 0755);
+        mountDisk(0, "size=128k");
+    }
+    static void growDisk() { mountDisk(MS_REMOUNT, "size=16m"); }
+
+private:
+    static void mountDisk(unsigned long flags, const char* options) {
+        if (mount("sorrel-disk", disk().c_str(), "tmpfs", flags, options) != 0) {
+            throw std::system_error(errno, std::generic_category(), "no disk for this test");
+        }
+    }
+
+    std::optional<sorrel::CLogTargetContainer> m_container;
+};
+
+#endif // SORREL_TESTS_TARGET_FIXTURE_HPP

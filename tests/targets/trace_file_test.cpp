@@ -1,0 +1,152 @@
+// The file of the trace target: valid whatever happens, and nobody else's.
+#include "child_process.hpp"
+#include "trace_fixture.hpp"
+
+#include <csignal>
+#include <cstddef>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+using testing::ContainsRegex;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using TraceFile = TraceFixture;
+
+TEST_F(TraceFile, TheFileIsCompleteAfterEachMessageAndNoEventCrossesAPage) {
+    open();
+    std::size_t checked = 0;
+    for (int i = 0; i < 300; ++i) {
+        say(std::string(static_cast<std::size_t>(i * 7 % 100), 'x'));
+        EXPECT_THAT(content(), EndsWith("}\n]\n"));
+    }
+    EXPECT_THAT(shown(), StartsWith("track main\n"));
+    const std::string text = content();
+    for (std::size_t begin = text.find('{'); begin != std::string::npos; ++checked) {
+        const std::size_t end = text.find("}}", begin);
+        EXPECT_EQ(begin / 4096, end / 4096);
+        begin = text.find("{\"ph", end);
+    }
+    EXPECT_EQ(checked, 302U);
+}
+
+TEST_F(TraceFile, TheFileIsValidWhenTheProcessIsKilled) {
+    open();
+    for (int round = 0; round < 20; ++round) {
+        const pid_t child = startChild([this] {
+            for (int depth = 0;; depth = (depth + 1) % 20) {
+                enter(depth, "f");
+                say(std::string(static_cast<std::size_t>(depth * 50), 'x'), depth + 1, "f");
+            }
+            return true;
+        });
+        const std::string file = files().file(std::to_string(child) + ".json");
+        struct stat status {};
+        EXPECT_TRUE(waitUntil([&] { return stat(file.c_str(), &status) == 0 && status.st_size > round * 3000; }));
+        kill(child, SIGKILL);
+        EXPECT_EQ(endOfChild(child), -SIGKILL);
+        EXPECT_THAT(shown(file, "--killed "), StartsWith("track main\n  f {\n"));
+    }
+}
+
+TEST_F(TraceFile, AForkChildWritesAFileOfItsOwn) {
+    open();
+    enter(0, "f");
+    const pid_t child = startChild([this] {
+        say("in the child", 1, "f");
+        leave(0, "f");
+        return true;
+    });
+    EXPECT_EQ(endOfChild(child), kChildPassed);
+    leave(0, "f");
+    EXPECT_EQ(shown(), "track main\n  f {\n  }\n");
+    const std::string file = files().file(std::to_string(child) + ".json");
+    EXPECT_EQ(shown(file), "track main\n  INFO net [f] 1: in the child\n  TRACE net [f] 0: leaving\n");
+    const std::string parentsThread = "\"tid\":" + std::to_string(gettid()) + ",";
+    EXPECT_THAT(files().read(std::to_string(child) + ".json"), Not(HasSubstr(parentsThread)));
+}
+
+TEST_F(TraceFile, AFullFileIsKeptAndANewOneBegins) {
+    open(", max_size=65536");
+    enter(0, "f");
+    int last = 0;
+    while (access((path() + ".1").c_str(), F_OK) != 0) {
+        say(std::to_string(++last), 1, "f");
+    }
+    leave(0, "f");
+    EXPECT_THAT(shown(path() + ".1"), EndsWith("    INFO net [f] 1: " + std::to_string(last - 1) + "\n"));
+    EXPECT_EQ(shown(), "track main\n  f {\n    INFO net [f] 1: " + std::to_string(last) + "\n  }\n");
+    struct stat status {};
+    EXPECT_EQ(stat((path() + ".1").c_str(), &status), 0);
+    EXPECT_LE(status.st_size, 65536);
+    EXPECT_GT(status.st_size, 65000);
+}
+
+TEST_F(TraceFile, AnyThreadMayFillAFile) {
+    open(", max_size=65536");
+    say("first");
+    std::thread([this] {
+        while (access((path() + ".1").c_str(), F_OK) != 0) {
+            sayAs("helper", "more");
+        }
+    }).join();
+    say("last");
+    EXPECT_EQ(shown(), "track helper\n  INFO net [] 0: more\ntrack main\n  INFO net [] 0: last\n");
+}
+
+TEST_F(TraceFile, AFileThatIsThereIsKept) {
+    files().write(std::to_string(getpid()) + ".json", "of yesterday");
+    open();
+    say("hello");
+    EXPECT_THAT(shown(), EndsWith(": hello\n"));
+    EXPECT_EQ(files().read(std::to_string(getpid()) + ".json.1"), "of yesterday");
+}
+
+TEST_F(TraceFile, WithoutAPlaceForTheProcessIdItIsAppended) {
+    load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=" + files().file("trace"));
+    say("hello");
+    EXPECT_THAT(shown(files().file("trace." + std::to_string(getpid()))), EndsWith(": hello\n"));
+}
+
+TEST_F(TraceFile, OthersCannotReadTheFile) {
+    umask(0);
+    open();
+    struct stat status {};
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640U);
+}
+
+TEST_F(TraceFile, ASymbolicLinkIsNotFollowed) {
+    files().write("victim", "");
+    ASSERT_EQ(symlink(files().file("victim").c_str(), path().c_str()), 0);
+    open();
+    EXPECT_TRUE(diagnostics().has("trace-target: parameter \"file\": \"" + files().file("%p.json") +
+                                  "\" cannot be made: File exists"));
+    EXPECT_EQ(files().read("victim"), "");
+}
+
+TEST_F(TraceFile, ADirectoryIsLeftAlone) {
+    ASSERT_EQ(mkdir(path().c_str(), 0700), 0);
+    open();
+    EXPECT_TRUE(diagnostics().has("trace-target: parameter \"file\": \"" + files().file("%p.json") +
+                                  "\" cannot be made: File exists"));
+}
+
+TEST_F(TraceFile, AFullDiskLeavesAValidFileAndLosesWhatItSays) {
+    mountSmallDisk();
+    load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=" + disk() + "/%p.json");
+    const std::string file = disk() + "/" + std::to_string(getpid()) + ".json";
+    enter(0, "f");
+    for (int i = 0; i < 2000; ++i) {
+        say("hello", 1, "f");
+    }
+    EXPECT_THAT(shown(file), EndsWith(": hello\n"));
+    growDisk();
+    say("better", 1, "f");
+    leave(0, "f");
+    EXPECT_THAT(shown(file), ContainsRegex("WARN trace \\[\\] 1: [0-9]+ messages lost: No space left on device\n"
+                                           "    INFO net \\[f\\] 1: better\n  }\n$"));
+}
