@@ -5,11 +5,13 @@
 #include <cstddef>
 #include <ctime>
 #include <string>
+#include <string_view>
 
 // A local time with microseconds: "2024-02-29 13:04:05.000042". Works the calendar out once a second.
 class Timestamp {
 public:
-    // `format` is strftime's for what stands before the point, `zone` for what stands behind the microseconds.
+    // `format` is strftime's for what stands before the point, `zone` for what stands behind the microseconds. "%z"
+    // alone gives the zone as "+01:00", which ISO 8601 wants beside such times.
     explicit Timestamp(const char* format, const char* zone = "") : m_format(format), m_zone(zone) {}
 
     void append(std::string& out, long long seconds, int microseconds) {
@@ -34,8 +36,15 @@ private:
         std::tm parts = {};
         localtime_r(&time, &parts);
         char buffer[64];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" // both are literals where the object is made
         m_front.assign(buffer, std::strftime(buffer, sizeof buffer, m_format, &parts));
         m_back.assign(buffer, std::strftime(buffer, sizeof buffer, m_zone, &parts));
+#pragma GCC diagnostic pop
+        constexpr std::string_view kOffset = "%z";
+        if (m_zone == kOffset) {
+            m_back.insert(m_back.size() - 2, ":");
+        }
     }
 
     const char* const m_format;
