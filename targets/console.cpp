@@ -2,6 +2,7 @@
 // stream=stderr`. docs/TARGETS.md describes its parameters.
 #include "log_line.hpp"
 #include "standard_stream.hpp"
+#include "text.hpp"
 #include "timestamp.hpp"
 
 #include <sorrel/target_library.hpp>
@@ -56,7 +57,7 @@ private:
         m_line.clear();
         if (m_stream.isJournal()) {
             m_line += '<';
-            log_line::appendNumber(m_line, message.priority());
+            text::appendNumber(m_line, message.priority());
             m_line += '>';
         }
         appendTime(message);
@@ -83,11 +84,9 @@ private:
             m_clock.append(m_line, message.seconds, message.microseconds);
         } else if (time == Time::Iso) {
             m_iso.append(m_line, message.seconds, message.microseconds);
+            m_line += ' ';
         } else if (time == Time::Relative) {
             appendRelativeTime(message);
-        }
-        if (time != Time::None) {
-            m_line += ' ';
         }
     }
 
@@ -99,7 +98,7 @@ private:
             m_start = now;
         }
         const long long passed = now - m_start;
-        fmt::format_to(std::back_inserter(m_line), "{:>6}.{:06}", passed / kMicrosecondsInASecond,
+        fmt::format_to(std::back_inserter(m_line), "{:>6}.{:06} ", passed / kMicrosecondsInASecond,
                        passed % kMicrosecondsInASecond);
     }
 
@@ -109,7 +108,7 @@ private:
     const Colour m_colour;
     const bool m_environmentTakesColour = environmentTakesColour();
     const Time m_time;
-    Timestamp m_clock{"%T"};
+    Timestamp m_clock{"%T", " "};
     Timestamp m_iso{"%FT%T", "%z"};
     long long m_start = kNever;
     std::string m_line;

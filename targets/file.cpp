@@ -3,6 +3,7 @@
 // channel says why.
 #include "log_file.hpp"
 #include "log_line.hpp"
+#include "text.hpp"
 #include "timestamp.hpp"
 
 #include <sorrel/target_library.hpp>
@@ -49,7 +50,7 @@ public:
                  parameters.number("max_files", 5, 1, 999)),
           m_format(parameters.choice("format", Format::Text, {{"text", Format::Text}, {"json", Format::Json}})),
           m_flushLevel(flushLevelFrom(parameters)),
-          m_time(m_format == Format::Text ? "%F %T" : "%FT%T", m_format == Format::Text ? "" : "%z") {
+          m_time(m_format == Format::Text ? "%F %T" : "%FT%T", m_format == Format::Text ? " " : "%z") {
         const int error = m_file.open();
         if (error != 0) {
             sorrel::TargetParameters::refuse("file", m_path, std::string("cannot be opened: ") + std::strerror(error));
@@ -118,7 +119,6 @@ private:
             return;
         }
         m_time.append(m_lines, message.seconds, message.microseconds);
-        m_lines += ' ';
         log_line::appendLevelColumn(m_lines, message.level.numeric);
         log_line::appendRest(m_lines, message);
     }
@@ -127,7 +127,7 @@ private:
         m_lines += "{\"time\":\"";
         m_time.append(m_lines, message.seconds, message.microseconds);
         m_lines += "\",\"pid\":";
-        log_line::appendNumber(m_lines, message.processId);
+        text::appendNumber(m_lines, message.processId);
         m_lines += ",\"thread\":";
         text::appendJson(m_lines, message.threadName);
         m_lines += ",\"level\":\"";
@@ -135,7 +135,7 @@ private:
         m_lines += "\",\"component\":";
         text::appendJson(m_lines, message.componentName);
         m_lines += ",\"depth\":";
-        log_line::appendNumber(m_lines, message.depth);
+        text::appendNumber(m_lines, message.depth);
         m_lines += ",\"function\":";
         text::appendJson(m_lines, message.functionName);
         m_lines += ",\"text\":";

@@ -6,18 +6,13 @@
 
 #include <sorrel/target_library.hpp>
 
-#include <charconv>
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <string>
 #include <string_view>
 
 namespace log_line {
-
-template <typename Number>
-void appendNumber(std::string& out, Number number) {
-    char digits[24];
-    out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
-}
 
 // "INFO"; levels without a name are shown as their number.
 inline void appendLevel(std::string& out, int numeric) {
@@ -25,13 +20,24 @@ inline void appendLevel(std::string& out, int numeric) {
     if (name != nullptr) {
         out += name;
     } else {
-        appendNumber(out, numeric);
+        text::appendNumber(out, numeric);
     }
 }
 
-// Fills what stands from `start` on up to a column's width, and adds the space behind it. Counts characters, not bytes.
-inline void endColumn(std::string& out, std::size_t start, std::size_t width) {
+// In a column of so many characters, not bytes, and a space. Names are mostly plain and short.
+template <std::size_t width>
+void appendColumn(std::string& out, std::string_view text) {
+    const auto isPlain = [](char c) { return c >= ' ' && c <= '~'; };
     std::size_t shown = 0;
+    if (text.size() <= width && std::all_of(text.begin(), text.end(), isPlain)) {
+        char column[width + 1];
+        std::memset(column, ' ', sizeof column);
+        text.copy(column, width);
+        out.append(column, sizeof column);
+        return;
+    }
+    const std::size_t start = out.size();
+    text::appendVisible(out, text);
     for (std::size_t i = start; i < out.size(); ++i) {
         if ((static_cast<unsigned char>(out[i]) & 0xc0U) != 0x80) {
             ++shown;
@@ -40,17 +46,10 @@ inline void endColumn(std::string& out, std::size_t start, std::size_t width) {
     out.append(shown < width ? width - shown + 1 : 1, ' ');
 }
 
-inline void appendColumn(std::string& out, std::string_view text, std::size_t width) {
-    const std::size_t start = out.size();
-    text::appendVisible(out, text);
-    endColumn(out, start, width);
-}
-
 inline void appendLevelColumn(std::string& out, int numeric) {
     constexpr std::size_t kWidth = 6;
-    const std::size_t start = out.size();
-    appendLevel(out, numeric);
-    endColumn(out, start, kWidth);
+    const char* const name = sorrel::levelName(numeric);
+    appendColumn<kWidth>(out, name != nullptr ? std::string_view(name) : std::to_string(numeric));
 }
 
 // What stands behind the level: "COMPONENT THREAD [FUNCTION] TEXT" and a line feed. Traced functions indent what they
@@ -59,8 +58,8 @@ inline void appendRest(std::string& out, const sorrel::Message& message) {
     constexpr std::size_t kComponentWidth = 8;
     constexpr std::size_t kThreadWidth = 10;
     constexpr std::size_t kIndent = 2;
-    appendColumn(out, message.componentName, kComponentWidth);
-    appendColumn(out, message.threadName, kThreadWidth);
+    appendColumn<kComponentWidth>(out, message.componentName);
+    appendColumn<kThreadWidth>(out, message.threadName);
     if (message.depth > 0) {
         out.append(static_cast<std::size_t>(message.depth) * kIndent, ' ');
     }

@@ -2,6 +2,7 @@
 #ifndef SORREL_TARGETS_TEXT_HPP
 #define SORREL_TARGETS_TEXT_HPP
 
+#include <charconv>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -20,6 +21,19 @@ inline std::size_t controlLength(std::string_view text, std::size_t index) {
         return 1;
     }
     return byte == 0xc2 && byteAt(text, index + 1) >= 0x80 && byteAt(text, index + 1) < 0xa0 ? 2 : 0;
+}
+
+// The index of the first byte, from one on, with which a control character may begin; the text's size when there is
+// none.
+inline std::size_t findControl(std::string_view text, std::size_t index) {
+    while (index < text.size()) {
+        const unsigned char byte = byteAt(text, index);
+        if (byte < 0x20 || byte == 0x7f || byte == 0xc2) {
+            break;
+        }
+        ++index;
+    }
+    return index;
 }
 
 // How many bytes the UTF-8 sequence at an index has, 0 when it is broken, too long for its character or a surrogate.
@@ -43,6 +57,14 @@ inline std::size_t sequenceLength(std::string_view text, std::size_t index) {
     return isOutside ? 0 : length;
 }
 
+// A number, to the base 10 or 16.
+template <typename Number>
+void appendNumber(std::string& out, Number value, int base = 10) {
+    char digits[24];
+    const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value, base);
+    out.append(digits, end.ptr);
+}
+
 inline void appendHex(std::string& out, unsigned char byte) {
     constexpr char kDigits[] = "0123456789abcdef";
     out += kDigits[byte >> 4U];
@@ -50,12 +72,12 @@ inline void appendHex(std::string& out, unsigned char byte) {
 }
 
 // For lines that people read: a control character must neither end the line nor command the terminal. Shown are "\n",
-// "\t" and "\x1b"; all other bytes stay as they are.
-inline void appendVisible(std::string& out, std::string_view text) {
+// "\t" and "\x1b"; all other bytes, and the characters in `kept`, stay as they are.
+inline void appendVisible(std::string& out, std::string_view text, std::string_view kept = {}) {
     std::size_t copied = 0;
-    for (std::size_t i = 0; i < text.size();) {
+    for (std::size_t i = findControl(text, 0); i < text.size(); i = findControl(text, i)) {
         const std::size_t length = controlLength(text, i);
-        if (length == 0) {
+        if (length == 0 || kept.find(text[i]) != std::string_view::npos) {
             ++i;
             continue;
         }
