@@ -8,6 +8,7 @@
 
 #include <sorrel/target_library.hpp>
 
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstring>
@@ -53,7 +54,9 @@ public:
           m_time(m_format == Format::Text ? "%F %T" : "%FT%T", m_format == Format::Text ? " " : "%z") {
         const int error = m_file.open();
         if (error != 0) {
-            sorrel::TargetParameters::refuse("file", m_path, std::string("cannot be opened: ") + std::strerror(error));
+            sorrel::TargetParameters::refuse("file", m_path,
+                                             std::string("cannot be opened: ") +
+                                                 (error == EINVAL ? "it is not a regular file" : std::strerror(error)));
         }
         m_lines.reserve((m_flushLevel == INT_MAX ? 0 : kBufferBytes) + kLongLine);
     }
@@ -76,6 +79,12 @@ private:
 
     int deliver(const sorrel::Message& message) override {
         noticeFork(message.processId);
+        const int earlierError = m_isFull ? m_file.append(m_lines, message.seconds) : 0;
+        m_isFull = earlierError != 0;
+        return earlierError != 0 ? earlierError : add(message);
+    }
+
+    int add(const sorrel::Message& message) {
         if (m_lines.empty()) {
             m_oldest = {message.seconds, message.microseconds};
         }
@@ -89,6 +98,7 @@ private:
         if (error == 0 || (m_flushLevel != INT_MAX && m_lines.size() < kBufferBytes)) {
             return 0;
         }
+        m_isFull = true;
         m_lines.resize(m_lines.size() - size);
         return error;
     }
@@ -150,6 +160,7 @@ private:
     Timestamp m_time;
     std::string m_lines;    // not yet written
     Time m_oldest = {0, 0}; // of them
+    bool m_isFull = false;  // and cannot be written either
     int m_owner = getpid(); // of the lines
     int m_processId = 0;    // of the last message
 };

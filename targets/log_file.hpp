@@ -30,7 +30,8 @@ public:
     LogFile& operator=(const LogFile&) = delete;
     ~LogFile() { close(); }
 
-    // Makes the file when there is none. Returns 0 or an error number, as the functions below do.
+    // Makes the file when there is none. Returns 0 or an error number, as the functions below do: EINVAL for what is no
+    // regular file.
     int open() {
         if (m_fd != -1) {
             return 0;
