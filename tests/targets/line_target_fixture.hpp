@@ -51,6 +51,8 @@ protected:
         m_container->onCfgUpdate();
     }
 
+    sorrel::CLogTargetContainer& container() { return *m_container; }
+
     void say(const Sent& message) {
         sorrel_level level = {message.numeric, 0x40};
         m_container->log(getpid(), message.depth, message.seconds, message.microseconds, &level, message.thread,
