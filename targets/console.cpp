@@ -8,7 +8,7 @@
 #include <sorrel/target_library.hpp>
 
 #include <cstdlib>
-#include <fmt/format.h>
+#include <fmt/compile.h>
 #include <iterator>
 #include <string>
 #include <string_view>
@@ -98,7 +98,7 @@ private:
             m_start = now;
         }
         const long long passed = now - m_start;
-        fmt::format_to(std::back_inserter(m_line), "{:>6}.{:06} ", passed / kMicrosecondsInASecond,
+        fmt::format_to(std::back_inserter(m_line), FMT_COMPILE("{:>6}.{:06} "), passed / kMicrosecondsInASecond,
                        passed % kMicrosecondsInASecond);
     }
 
