@@ -31,7 +31,6 @@ protected:
     // More than any stream takes while nobody reads, then again something that is read.
     void expectLossAndRecovery(const Ends& ends) {
         constexpr int kMany = 20000;
-        const Watchdog watchdog;
         sayNumbers(1, kMany);
         const std::string first = ends.read();
         EXPECT_THAT(first, HasSubstr("number 1\n"));
@@ -82,6 +81,7 @@ protected:
 } // namespace
 
 TEST_F(ConsoleStream, AFullPipeLosesMessagesAndHoldsNobodyUp) {
+    const Watchdog watchdog;
     const Pipe pipe;
     const Redirected redirected(STDERR_FILENO, pipe.input());
     loadTarget();
@@ -89,6 +89,7 @@ TEST_F(ConsoleStream, AFullPipeLosesMessagesAndHoldsNobodyUp) {
 }
 
 TEST_F(ConsoleStream, AFullNonBlockingPipeToo) {
+    const Watchdog watchdog;
     const Pipe pipe;
     ASSERT_EQ(fcntl(pipe.input(), F_SETFL, O_NONBLOCK), 0);
     const Redirected redirected(STDERR_FILENO, pipe.input());
@@ -97,6 +98,7 @@ TEST_F(ConsoleStream, AFullNonBlockingPipeToo) {
 }
 
 TEST_F(ConsoleStream, AFullConnectionToo) {
+    const Watchdog watchdog;
     const Connection connection;
     const Redirected redirected(STDERR_FILENO, connection.input());
     loadTarget();
@@ -104,6 +106,7 @@ TEST_F(ConsoleStream, AFullConnectionToo) {
 }
 
 TEST_F(ConsoleStream, ATerminalThatNobodyReadsToo) {
+    const Watchdog watchdog;
     const Terminal terminal;
     const Redirected redirected(STDERR_FILENO, terminal.input());
     loadTarget();
@@ -111,11 +114,16 @@ TEST_F(ConsoleStream, ATerminalThatNobodyReadsToo) {
 }
 
 TEST_F(ConsoleStream, AFullPipeThatCannotBeOpenedOnceMoreToo) {
+    const Watchdog watchdog;
     const Pipe pipe;
     const Redirected redirected(STDERR_FILENO, pipe.input());
-    ASSERT_EQ(umount2("/proc", MNT_DETACH), 0);
     loadTarget();
+    rlimit limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none = {STDERR_FILENO + 1, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
     expectLossAndRecovery(pipe);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
 }
 
 TEST_F(ConsoleStream, AStoppedTerminalHoldsNobodyUp) {
