@@ -39,6 +39,7 @@ def write(machine, command, figures, peers, results, rounds, priority):
         figures=markdown_table(figures),
         peers=markdown_table(rows_of_peers(peers, results)),
         launches=runs.LAUNCHES,
+        lines=f"{runs.LINES:,}",
         realtime=", with real-time priority" if priority else "",
         followed=f"{100 * followed.median:.0f}",
         many=sizes.MANY,

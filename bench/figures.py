@@ -67,6 +67,10 @@ class Results:
         theirs = self.sample("cpu", "journal", "sendv")
         return theirs and self.sample("cpu", "journal", "sorrel") / theirs
 
+    def line(self, way, peer, way_of_peer):
+        theirs = self.sample("cpu", "line", peer, way_of_peer)
+        return theirs and self.sample("cpu", "line", "sorrel", way) / theirs
+
     def further_target(self):
         one, many = (self.sample("message", "targets", count) for count in runs.TARGETS)
         return (many - one).scaled(1 / (runs.TARGETS[1] - runs.TARGETS[0]))
@@ -114,13 +118,26 @@ def of_parts(results):
 
 
 def of_targets(results):
-    return [Figure("journal target, of sd_journal_sendv", results.over_sendv(), "", 0.9, 0.9)]
+    buffered = results.line("buffered", "spdlog", "buffered")
+    at_once = results.line("always", "spdlog", "always")
+    console = results.line("console", "sorrel", "always")
+    return [
+        Figure("buffered line in a file, of spdlog's", buffered, "", 0.7, 0.45),
+        Figure("line in a file that is written at once, of spdlog's", at_once, "", 0.9, 0.7),
+        Figure("line of the console in a file, of the file target's", console, "", 1, 1),
+        Figure("journal target, of sd_journal_sendv", results.over_sendv(), "", 0.9, 0.9),
+    ]
 
 
 def of_code():
+    targets = (("console", sizes.TARGETS / "sorrel-console.so"), ("file", sizes.TARGETS / "sorrel-file.so"))
     same, own = sizes.call_site(sizes.SAME_TEXT), sizes.call_site(sizes.OWN_TEXT)
     return [
         Figure("shared object, stripped", Sample([sizes.stripped_kib()]), "KiB", 140, 110, 1),
+        *(
+            Figure(f"{name} target, stripped", Sample([sizes.stripped_kib(path)]), "KiB", 120, 60, 1)
+            for name, path in targets
+        ),
         Figure("code of a call, all with the same text", Sample([same]), "bytes", 40, 37, 0),
         Figure("code of a call, each with its own text", Sample([own]), "bytes", 40, 37, 0),
     ]

@@ -46,3 +46,22 @@ endif()
 if(TARGET Boost::log)
     sorrel_bench_peer(message boost_log Boost::log)
 endif()
+
+# Lines in a file: our targets beside their peers.
+function(sorrel_bench_lines name)
+    set(program sorrel_bench_lines_${name})
+    add_executable(${program} EXCLUDE_FROM_ALL lines/lines_main.cpp lines/${name}.cpp)
+    target_link_libraries(${program} PRIVATE ${ARGN} Threads::Threads sorrel_build_flags)
+    add_dependencies(sorrel_bench ${program})
+endfunction()
+
+if(TARGET sorrel_targets)
+    sorrel_bench_lines(sorrel sorrel::sorrel)
+    target_compile_definitions(sorrel_bench_lines_sorrel PRIVATE
+        SORREL_BENCH_CONSOLE_TARGET="$<TARGET_FILE:sorrel-console>"
+        SORREL_BENCH_FILE_TARGET="$<TARGET_FILE:sorrel-file>")
+    add_dependencies(sorrel_bench_lines_sorrel sorrel_targets)
+endif()
+if(spdlog_FOUND)
+    sorrel_bench_lines(spdlog spdlog::spdlog)
+endif()

@@ -54,6 +54,7 @@ def main():
     peers = found_peers()
     check_texts(peers)
     all_runs = runs.of_messages(peers, milliseconds) | runs.of_parts(peers, milliseconds, arguments.priority)
+    all_runs |= runs.of_lines(peers)
     results = figures.Results(interleaved(rounds, all_runs))
     rows = table_of(figures.all_figures(results))
     print_table(rows)

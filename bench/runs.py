@@ -13,6 +13,7 @@ TARGETS = (1, 64)
 LOGGING_THREADS = (1, 64)
 LAUNCHES = 50  # of each kind in each round
 REWRITES = 100
+LINES = 50_000  # in a file, in each round
 REALTIME = ("chrt", "--fifo", "1")
 
 
@@ -39,6 +40,20 @@ def of_messages(peers, milliseconds):
         for threads in THREADS
         for name, file in peers.items()
     }
+
+
+def line(file, way):
+    """A line in a file: the program removes the file again."""
+    path = Path(tempfile.gettempdir(), f"sorrel-bench-{os.getpid()}.log")
+    return partial(measure, f"lines_{file}", way, LINES, path)
+
+
+def of_lines(peers):
+    """What our targets and their peer need for a line, by turns."""
+    ways = [("sorrel", "buffered"), ("sorrel", "always"), ("sorrel", "console")]
+    if "spdlog" in peers:
+        ways += [("spdlog", "buffered"), ("spdlog", "always")]
+    return {("line", file, way): line(file, way) for file, way in ways}
 
 
 def of_parts(peers, milliseconds, priority):

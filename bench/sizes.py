@@ -7,6 +7,7 @@ from pathlib import Path
 from programs import BUILD, ROOT, output_of
 
 FEW, MANY = 100, 200
+TARGETS = BUILD / "targets"
 
 # The arguments of one call; {} is its number.
 SAME_TEXT = '"%s %d %f", word, number, fraction'
@@ -19,10 +20,10 @@ def compiler():
     return re.search(r"^CMAKE_CXX_COMPILER:\w+=(.*)$", cache, re.MULTILINE).group(1)
 
 
-def stripped_kib():
+def stripped_kib(library=BUILD / "libsorrel.so"):
     with tempfile.TemporaryDirectory() as directory:
         copy = Path(directory, "stripped.so")
-        output_of("strip", "-o", copy, BUILD / "libsorrel.so")
+        output_of("strip", "-o", copy, library)
         return copy.stat().st_size / 1024
 
 

@@ -1,41 +1,168 @@
-// Log target that appends each message as a line to a file: `target=sorrel-file.so, file=/var/log/app.log`. Without a
-// file that can be opened there is no target; the diagnostic channel says why.
+// Log target that appends each message as a line to a file: `target=sorrel-file.so, file=/var/log/app.log`.
+// docs/TARGETS.md describes its parameters. Without a file that can be opened there is no target; the diagnostic
+// channel says why.
+#include "log_file.hpp"
 #include "log_line.hpp"
+#include "text.hpp"
+#include "timestamp.hpp"
 
 #include <sorrel/target_library.hpp>
 
 #include <cerrno>
+#include <charconv>
+#include <climits>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
 #include <unistd.h>
 
 namespace {
 
-int openForAppending(const std::string& path) {
-    const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
-    if (fd == -1) {
-        const int openErrno = errno;
-        throw sorrel::TargetParameters::Error("parameter \"file\": \"" + path +
-                                              "\" cannot be opened: " + std::strerror(openErrno));
+constexpr std::size_t kBufferBytes = 64 * 1024;
+constexpr std::size_t kLongLine = 16 * 1024;
+
+enum class Format { Text, Json };
+
+mode_t modeFrom(sorrel::TargetParameters& parameters) {
+    const std::string text = parameters.text("mode", "640");
+    mode_t mode = 0;
+    const char* const end = text.data() + text.size();
+    const std::from_chars_result result = std::from_chars(text.data(), end, mode, 8);
+    if (result.ec != std::errc() || result.ptr != end || mode > 0777) {
+        sorrel::TargetParameters::refuse("mode", text, "is not an octal number up to 777");
     }
-    return fd;
+    return mode;
+}
+
+// The gravest level is 0. Messages of this one, and of all that are graver, are written at once.
+int flushLevelFrom(sorrel::TargetParameters& parameters) {
+    const std::string text = parameters.text("flush", "always");
+    const int level = text == "always" ? INT_MAX : sorrel::levelNumeric(text);
+    if (level == -1) {
+        sorrel::TargetParameters::refuse("flush", text, "is neither \"always\" nor a level");
+    }
+    return level;
 }
 
 class FileTarget final : public sorrel::MessageTarget {
 public:
     explicit FileTarget(sorrel::TargetParameters& parameters)
-        : MessageTarget(parameters), m_fd(openForAppending(parameters.text("file"))) {}
+        : MessageTarget(parameters), m_path(parameters.text("file")),
+          m_file(m_path, modeFrom(parameters), parameters.bytes("max_size", 0),
+                 parameters.number("max_files", 5, 1, 999)),
+          m_format(parameters.choice("format", Format::Text, {{"text", Format::Text}, {"json", Format::Json}})),
+          m_flushLevel(flushLevelFrom(parameters)),
+          m_time(m_format == Format::Text ? "%F %T" : "%FT%T", m_format == Format::Text ? " " : "%z") {
+        const int error = m_file.open();
+        if (error != 0) {
+            sorrel::TargetParameters::refuse("file", m_path,
+                                             std::string("cannot be opened: ") +
+                                                 (error == EINVAL ? "it is not a regular file" : std::strerror(error)));
+        }
+        m_lines.reserve((m_flushLevel == INT_MAX ? 0 : kBufferBytes) + kLongLine);
+    }
     FileTarget(const FileTarget&) = delete;
     FileTarget& operator=(const FileTarget&) = delete;
-    ~FileTarget() override { close(m_fd); }
-
-private:
-    int deliver(const sorrel::Message& message) override {
-        return log_line::write(m_fd, log_line::date(message.seconds) + log_line::format(message));
+    ~FileTarget() override {
+        constexpr int kWarningPriority = 4;
+        const int error = getpid() == m_owner ? m_file.append(m_lines, m_oldest.seconds) : 0;
+        if (error != 0) {
+            sorrel::sorrel_tangleLog(kWarningPriority, "%s-target: the last %zu bytes for \"%s\" are lost: %s",
+                                     name().c_str(), m_lines.size(), m_path.c_str(), std::strerror(error));
+        }
     }
 
-    const int m_fd;
+private:
+    struct Time {
+        long long seconds;
+        int microseconds;
+    };
+
+    int deliver(const sorrel::Message& message) override {
+        noticeFork(message.processId);
+        const int earlierError = m_isFull ? m_file.append(m_lines, message.seconds) : 0;
+        m_isFull = earlierError != 0;
+        return earlierError != 0 ? earlierError : add(message);
+    }
+
+    int add(const sorrel::Message& message) {
+        if (m_lines.empty()) {
+            m_oldest = {message.seconds, message.microseconds};
+        }
+        const std::size_t before = m_lines.size();
+        appendLine(message);
+        const std::size_t size = m_lines.size() - before;
+        if (message.level.numeric > m_flushLevel && m_lines.size() < kBufferBytes && !waitTooLong(message)) {
+            return 0;
+        }
+        const int error = m_file.append(m_lines, message.seconds);
+        if (error == 0 || (m_flushLevel != INT_MAX && m_lines.size() < kBufferBytes)) {
+            return 0;
+        }
+        m_isFull = true;
+        m_lines.resize(m_lines.size() - size);
+        return error;
+    }
+
+    // A child leaves to its parent what the parent has not written, and opens the file anew, since a lock belongs to
+    // all who share a descriptor.
+    void noticeFork(int processId) {
+        if (processId != m_processId) { // which saves all others the system call
+            m_processId = processId;
+            if (getpid() != m_owner) {
+                m_owner = getpid();
+                m_lines.clear();
+                m_file.close();
+            }
+        }
+    }
+
+    bool waitTooLong(const sorrel::Message& message) const {
+        constexpr int kMicrosecondsInASecond = 1000000;
+        const long long waited = (message.seconds - m_oldest.seconds) * kMicrosecondsInASecond + message.microseconds -
+                                 m_oldest.microseconds;
+        return waited < 0 || waited > kMicrosecondsInASecond; // the clock may have been set
+    }
+
+    void appendLine(const sorrel::Message& message) {
+        if (m_format == Format::Json) {
+            appendJsonLine(message);
+            return;
+        }
+        m_time.append(m_lines, message.seconds, message.microseconds);
+        log_line::appendLevelColumn(m_lines, message.level.numeric);
+        log_line::appendRest(m_lines, message);
+    }
+
+    void appendJsonLine(const sorrel::Message& message) {
+        m_lines += "{\"time\":\"";
+        m_time.append(m_lines, message.seconds, message.microseconds);
+        m_lines += "\",\"pid\":";
+        text::appendNumber(m_lines, message.processId);
+        m_lines += ",\"thread\":";
+        text::appendJson(m_lines, message.threadName);
+        m_lines += ",\"level\":\"";
+        log_line::appendLevel(m_lines, message.level.numeric);
+        m_lines += "\",\"component\":";
+        text::appendJson(m_lines, message.componentName);
+        m_lines += ",\"depth\":";
+        text::appendNumber(m_lines, message.depth);
+        m_lines += ",\"function\":";
+        text::appendJson(m_lines, message.functionName);
+        m_lines += ",\"text\":";
+        text::appendJson(m_lines, message.text);
+        m_lines += "}\n";
+    }
+
+    const std::string m_path;
+    LogFile m_file;
+    const Format m_format;
+    const int m_flushLevel;
+    Timestamp m_time;
+    std::string m_lines;    // not yet written
+    Time m_oldest = {0, 0}; // of them
+    bool m_isFull = false;  // and cannot be written either
+    int m_owner = getpid(); // of the lines
+    int m_processId = 0;    // of the last message
 };
 
 } // namespace

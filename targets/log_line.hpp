@@ -1,83 +1,75 @@
-// One message as one line of text, shared by the targets that write lines.
+// One message as one line, for the targets that write lines. All functions append.
 #ifndef SORREL_TARGETS_LOG_LINE_HPP
 #define SORREL_TARGETS_LOG_LINE_HPP
+
+#include "text.hpp"
 
 #include <sorrel/target_library.hpp>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <cstddef>
-#include <ctime>
-#include <fmt/format.h>
-#include <iterator>
+#include <cstring>
 #include <string>
-#include <unistd.h>
+#include <string_view>
 
 namespace log_line {
 
-inline std::string levelName(int numeric) {
+// "INFO"; levels without a name are shown as their number.
+inline void appendLevel(std::string& out, int numeric) {
     const char* const name = sorrel::levelName(numeric);
-    return name != nullptr ? name : std::to_string(numeric);
-}
-
-inline std::tm localTime(long long seconds) {
-    const std::time_t time = seconds;
-    std::tm parts{};
-    localtime_r(&time, &parts);
-    return parts;
-}
-
-// "2024-02-29 ", for targets whose lines are read on another day.
-inline std::string date(long long seconds) {
-    const std::tm parts = localTime(seconds);
-    return fmt::format("{:04}-{:02}-{:02} ", parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday);
-}
-
-// Texts come from anywhere: a control character must neither break the line nor command the terminal. The bytes c2 80
-// to c2 9f are the second set of control characters, in UTF-8.
-inline std::string escaped(const std::string& text) {
-    std::string result;
-    unsigned char previous = 0;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        const bool isControl = byte < 0x20 || byte == 0x7f || (previous == 0xc2 && byte >= 0x80 && byte < 0xa0);
-        if (c == '\n') {
-            result += "\\n";
-        } else if (c == '\t') {
-            result += "\\t";
-        } else if (isControl) {
-            fmt::format_to(std::back_inserter(result), "\\x{:02x}", byte);
-        } else {
-            result += c;
-        }
-        previous = byte;
+    if (name != nullptr) {
+        out += name;
+    } else {
+        text::appendNumber(out, numeric);
     }
-    return result;
 }
 
-// "TIME LEVEL COMPONENT THREAD [FUNCTION] TEXT" and a line feed; traced functions indent what they log.
-inline std::string format(const sorrel::Message& message) {
-    const std::tm time = localTime(message.seconds);
-    const std::string function = message.functionName.empty() ? "" : "[" + escaped(message.functionName) + "] ";
-    return fmt::format("{:02}:{:02}:{:02}.{:06} {:<6} {:<8} {:<10} {:{}}{}{}\n", time.tm_hour, time.tm_min, time.tm_sec,
-                       message.microseconds, levelName(message.level.numeric), escaped(message.componentName),
-                       escaped(message.threadName), "", std::max(message.depth, 0) * 2, function,
-                       escaped(message.text));
-}
-
-// One write a line, so that lines of several threads and processes do not mix. Returns 0 or the error number.
-inline int write(int fd, const std::string& line) {
-    std::size_t done = 0;
-    while (done < line.size()) {
-        const ssize_t count = ::write(fd, line.data() + done, line.size() - done);
-        if (count > 0) {
-            done += static_cast<std::size_t>(count);
-        } else if (count == 0 || errno != EINTR) {
-            return count == 0 ? EIO : errno;
+// In a column of so many characters, not bytes, and a space. Names are mostly plain and short.
+template <std::size_t width>
+void appendColumn(std::string& out, std::string_view text) {
+    const auto isPlain = [](char c) { return c >= ' ' && c <= '~'; };
+    std::size_t shown = 0;
+    if (text.size() <= width && std::all_of(text.begin(), text.end(), isPlain)) {
+        char column[width + 1];
+        std::memset(column, ' ', sizeof column);
+        text.copy(column, width);
+        out.append(column, sizeof column);
+        return;
+    }
+    const std::size_t start = out.size();
+    text::appendVisible(out, text);
+    for (std::size_t i = start; i < out.size(); ++i) {
+        if ((static_cast<unsigned char>(out[i]) & 0xc0U) != 0x80) {
+            ++shown;
         }
     }
-    return 0;
+    out.append(shown < width ? width - shown + 1 : 1, ' ');
+}
+
+inline void appendLevelColumn(std::string& out, int numeric) {
+    constexpr std::size_t kWidth = 6;
+    const char* const name = sorrel::levelName(numeric);
+    appendColumn<kWidth>(out, name != nullptr ? std::string_view(name) : std::to_string(numeric));
+}
+
+// What stands behind the level: "COMPONENT THREAD [FUNCTION] TEXT" and a line feed. Traced functions indent what they
+// log.
+inline void appendRest(std::string& out, const sorrel::Message& message) {
+    constexpr std::size_t kComponentWidth = 8;
+    constexpr std::size_t kThreadWidth = 10;
+    constexpr std::size_t kIndent = 2;
+    appendColumn<kComponentWidth>(out, message.componentName);
+    appendColumn<kThreadWidth>(out, message.threadName);
+    if (message.depth > 0) {
+        out.append(static_cast<std::size_t>(message.depth) * kIndent, ' ');
+    }
+    if (!message.functionName.empty()) {
+        out += '[';
+        text::appendVisible(out, message.functionName);
+        out += "] ";
+    }
+    text::appendVisible(out, message.text);
+    out += '\n';
 }
 
 } // namespace log_line

@@ -23,6 +23,19 @@ inline std::size_t controlLength(std::string_view text, std::size_t index) {
     return byte == 0xc2 && byteAt(text, index + 1) >= 0x80 && byteAt(text, index + 1) < 0xa0 ? 2 : 0;
 }
 
+// The index of the first byte, from one on, with which a control character may begin; the text's size when there is
+// none.
+inline std::size_t findControl(std::string_view text, std::size_t index) {
+    while (index < text.size()) {
+        const unsigned char byte = byteAt(text, index);
+        if (byte < 0x20 || byte == 0x7f || byte == 0xc2) {
+            break;
+        }
+        ++index;
+    }
+    return index;
+}
+
 // How many bytes the UTF-8 sequence at an index has, 0 when it is broken, too long for its character or a surrogate.
 inline std::size_t sequenceLength(std::string_view text, std::size_t index) {
     const unsigned char first = byteAt(text, index);
@@ -62,7 +75,7 @@ inline void appendHex(std::string& out, unsigned char byte) {
 // "\t" and "\x1b"; all other bytes, and the characters in `kept`, stay as they are.
 inline void appendVisible(std::string& out, std::string_view text, std::string_view kept = {}) {
     std::size_t copied = 0;
-    for (std::size_t i = 0; i < text.size();) {
+    for (std::size_t i = findControl(text, 0); i < text.size(); i = findControl(text, i)) {
         const std::size_t length = controlLength(text, i);
         if (length == 0 || kept.find(text[i]) != std::string_view::npos) {
             ++i;

@@ -13,10 +13,12 @@
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
+#include <limits>
 #include <map>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -80,6 +82,27 @@ public:
             refuse(name, *value, "is not a number from " + std::to_string(least) + " to " + std::to_string(most));
         }
         return number;
+    }
+
+    // A number of bytes: decimal digits, perhaps with k, M or G behind them for 1024, 1024 * 1024 and so on.
+    long long bytes(const std::string& name, long long otherwise) {
+        const std::string* const value = find(name);
+        if (value == nullptr) {
+            return otherwise;
+        }
+        constexpr std::string_view kUnits = "kMG";
+        constexpr unsigned int kBitsOfAUnit = 10;
+        const std::size_t unit = value->empty() ? std::string_view::npos : kUnits.find(value->back());
+        const unsigned int shift =
+            unit == std::string_view::npos ? 0 : kBitsOfAUnit * (static_cast<unsigned int>(unit) + 1);
+        const char* const end = value->data() + value->size() - (shift == 0 ? 0 : 1);
+        long long number = 0;
+        const std::from_chars_result result = std::from_chars(value->data(), end, number);
+        if (result.ec != std::errc() || result.ptr != end || number < 0 ||
+            number > std::numeric_limits<long long>::max() >> shift) {
+            refuse(name, *value, "is not a number of bytes");
+        }
+        return number << shift;
     }
 
     // One of several words.

@@ -1,0 +1,217 @@
+// A file to which several processes append lines, and which is followed by older ones: FILE, FILE.1, FILE.2.
+#ifndef SORREL_TARGETS_LOG_FILE_HPP
+#define SORREL_TARGETS_LOG_FILE_HPP
+
+#include <cerrno>
+#include <cstddef>
+#include <fcntl.h>
+#include <string>
+#include <string_view>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// Whoever renames the files holds the lock of the newest one, and whoever has waited for a lock looks whether the file
+// still has its name. Without a limit nobody renames here, and nobody locks: a write in append mode is atomic.
+class LogFile {
+public:
+    // No size but 0 is exceeded, unless by a single line. `count` older files are kept.
+    LogFile(const std::string& path, mode_t mode, off_t maxSize, int count)
+        : m_names{path}, m_mode(mode), m_maxSize(maxSize) {
+        for (int number = 1; number <= count; ++number) {
+            m_names.push_back(path + "." + std::to_string(number));
+        }
+    }
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+    ~LogFile() { close(); }
+
+    // Makes the file when there is none. Returns 0 or an error number, as the functions below do: EINVAL for what is no
+    // regular file.
+    int open() {
+        if (m_fd != -1) {
+            return 0;
+        }
+        // neither a link that somebody has laid here is followed, nor a reader of a pipe waited for
+        m_fd = ::open(path(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, m_mode);
+        if (m_fd == -1) {
+            return errno == ENXIO ? EINVAL : errno; // a pipe without a reader
+        }
+        if (fstat(m_fd, &m_status) == -1 || !S_ISREG(m_status.st_mode)) {
+            close();
+            return EINVAL;
+        }
+        m_isTorn = !endsWithLine();
+        return 0;
+    }
+
+    // The next append opens the file again.
+    void close() {
+        if (m_fd != -1) {
+            ::close(m_fd);
+            m_fd = -1;
+        }
+    }
+
+    // Appends whole lines, and takes off what is in the file. Looks once in a second of `seconds` whether the file was
+    // renamed or removed by others.
+    int append(std::string& lines, long long seconds) {
+        if (m_maxSize == 0 && seconds != m_seconds) {
+            m_seconds = seconds;
+            closeWhenRenamed();
+        }
+        std::size_t written = 0;
+        int error = 0;
+        while (error == 0 && written < lines.size()) {
+            const std::string_view rest = std::string_view(lines).substr(written);
+            error = m_maxSize == 0 ? write(rest, written) : writeWithinLimit(rest, written);
+        }
+        lines.erase(0, written);
+        return error;
+    }
+
+private:
+    const char* path() const { return m_names.front().c_str(); }
+
+    bool closeWhenRenamed() {
+        struct stat now = {};
+        if (m_fd != -1 && lstat(path(), &now) == 0 && now.st_dev == m_status.st_dev && now.st_ino == m_status.st_ino) {
+            m_status = now;
+            return false;
+        }
+        close();
+        return true;
+    }
+
+    // A process that was killed may have left half a line. What may not be read is taken for whole.
+    bool endsWithLine() const {
+        char last = '\n';
+        const int fd = m_status.st_size == 0 ? -1 : ::open(path(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        if (fd != -1) {
+            (void)!pread(fd, &last, 1, m_status.st_size - 1);
+            ::close(fd);
+        }
+        return last == '\n';
+    }
+
+    // Appends the lines that there is room for, or makes room.
+    int writeWithinLimit(std::string_view lines, std::size_t& written) {
+        int error = lock();
+        if (error == 0) {
+            const std::size_t size = m_isLocked ? fitting(lines) : lines.size();
+            error = size != 0 ? write(lines.substr(0, size), written) : rotate();
+        }
+        if (m_fd != -1) {
+            flock(m_fd, LOCK_UN);
+        }
+        return error;
+    }
+
+    // Locks the file that has the name, and sees how long it is.
+    int lock() {
+        constexpr int kMostRenames = 100; // while this process waits
+        for (int i = 0; i < kMostRenames; ++i) {
+            const int error = open();
+            if (error != 0) {
+                return error;
+            }
+            m_isLocked = waitForLock();
+            if (!closeWhenRenamed()) {
+                return 0;
+            }
+        }
+        return EAGAIN;
+    }
+
+    // Another process may be stopped while it has the lock. It is waited for once, until the lock can be had again; in
+    // between lines are written without it, rather exceeding the limit than losing them.
+    bool waitForLock() {
+        constexpr int kTries = 500;
+        constexpr timespec kPause = {0, 100000};
+        while (flock(m_fd, LOCK_EX | LOCK_NB) == -1) {
+            if (errno != EWOULDBLOCK) {
+                return true; // file systems without locks
+            }
+            if (++m_refusals > kTries) {
+                return false;
+            }
+            nanosleep(&kPause, nullptr);
+        }
+        m_refusals = 0;
+        return true;
+    }
+
+    // The length of the lines that the file has room for. In an empty one there is room for every line.
+    std::size_t fitting(std::string_view lines) const {
+        const off_t room = m_maxSize - m_status.st_size - (m_isTorn ? 1 : 0);
+        if (room >= 0 && lines.size() <= static_cast<std::size_t>(room)) {
+            return lines.size();
+        }
+        const std::size_t end = room > 0 ? lines.rfind('\n', static_cast<std::size_t>(room) - 1) : std::string::npos;
+        if (end != std::string::npos) {
+            return end + 1;
+        }
+        return m_status.st_size == 0 ? lines.find('\n') + 1 : 0;
+    }
+
+    int rotate() {
+        for (std::size_t number = m_names.size() - 1; number > 0; --number) {
+            if (rename(m_names[number - 1].c_str(), m_names[number].c_str()) == -1 && errno != ENOENT) {
+                return errno;
+            }
+        }
+        close();
+        return 0;
+    }
+
+    int write(std::string_view lines, std::size_t& written) {
+        int error = open();
+        if (error == 0 && m_isTorn) {
+            error = ::write(m_fd, "\n", 1) == 1 ? 0 : errno;
+            m_isTorn = error != 0;
+        }
+        std::size_t done = 0;
+        while (error == 0 && done < lines.size()) {
+            const ssize_t count = ::write(m_fd, lines.data() + done, lines.size() - done);
+            if (count >= 0) {
+                done += static_cast<std::size_t>(count);
+            } else if (errno != EINTR) {
+                error = errno;
+            }
+        }
+        if (done < lines.size()) {
+            const std::size_t whole = lines.substr(0, done).rfind('\n') + 1; // 0 when there is none
+            takeBack(done - whole);
+            done = whole;
+        }
+        written += done;
+        return error;
+    }
+
+    // Takes the beginning of a line off the file, which was full; unless another process has appended behind it.
+    void takeBack(std::size_t size) {
+        struct stat now = {};
+        const off_t end = lseek(m_fd, 0, SEEK_CUR);
+        if (size != 0 && fstat(m_fd, &now) == 0 && now.st_size == end) {
+            m_isTorn = ftruncate(m_fd, end - static_cast<off_t>(size)) == -1;
+        }
+    }
+
+    std::vector<std::string> m_names; // the newest file comes first
+    const mode_t m_mode;
+    const off_t m_maxSize;
+    int m_fd = -1;
+    struct stat m_status = {}; // of the open file
+    bool m_isTorn = false;     // the file ends in the middle of a line
+    bool m_isLocked = false;
+    int m_refusals = 0; // of the lock, since it was had
+    long long m_seconds = 0;
+};
+
+} // namespace
+
+#endif // SORREL_TARGETS_LOG_FILE_HPP

@@ -1,0 +1,188 @@
+// Standard output or standard error, written to so that the process neither waits for the reader nor dies with it.
+#ifndef SORREL_TARGETS_STANDARD_STREAM_HPP
+#define SORREL_TARGETS_STANDARD_STREAM_HPP
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstddef>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// While it exists, a write of this thread to a pipe without a reader fails, and raises nothing. What the process does
+// with the signal stays as it is.
+class NoBrokenPipe {
+public:
+    NoBrokenPipe() {
+        sigset_t pending;
+        sigpending(&pending);
+        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
+        sigemptyset(&m_signal);
+        sigaddset(&m_signal, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &m_signal, &m_mask);
+    }
+    NoBrokenPipe(const NoBrokenPipe&) = delete;
+    NoBrokenPipe& operator=(const NoBrokenPipe&) = delete;
+    ~NoBrokenPipe() {
+        constexpr timespec kNoWait = {0, 0};
+        while (!m_wasPending && sigtimedwait(&m_signal, nullptr, &kNoWait) == -1 && errno == EINTR) {
+        }
+        pthread_sigmask(SIG_SETMASK, &m_mask, nullptr);
+    }
+
+private:
+    sigset_t m_signal = {};
+    sigset_t m_mask = {};
+    bool m_wasPending = false;
+};
+
+// The pipe or terminal of a descriptor, opened once more: whether writing may wait is settled for all who share a
+// descriptor, and this one is shared by nobody. Open for one line only, since the reader sees the end of a pipe when
+// all have closed it. Where it cannot be opened, the given one it is.
+class OwnDescriptor {
+public:
+    OwnDescriptor(const std::string& path, int otherwise)
+        : m_opened(open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)),
+          m_fd(m_opened != -1 ? m_opened : otherwise) {}
+    OwnDescriptor(const OwnDescriptor&) = delete;
+    OwnDescriptor& operator=(const OwnDescriptor&) = delete;
+    ~OwnDescriptor() {
+        if (m_opened != -1) {
+            close(m_opened);
+        }
+    }
+
+    int get() const { return m_fd; }
+
+private:
+    const int m_opened;
+    const int m_fd;
+};
+
+// "DEVICE:INODE" of the stream that leads to the journal, as its service manager says.
+inline std::string journalStream() {
+    const char* const value = std::getenv("JOURNAL_STREAM");
+    return value != nullptr ? value : "";
+}
+
+class StandardStream {
+public:
+    explicit StandardStream(int fd) : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)) {}
+
+    // Sees where the stream leads, for the process may redirect it. Looks only once in a second of `seconds` while that
+    // is a file.
+    void look(long long seconds) {
+        struct stat now = {};
+        if ((m_isFile && seconds == m_seconds) || fstat(m_fd, &now) == -1) {
+            return;
+        }
+        m_seconds = seconds;
+        if (now.st_dev != m_status.st_dev || now.st_ino != m_status.st_ino) {
+            m_status = now;
+            m_isTorn = false;
+            m_isTerminal = S_ISCHR(now.st_mode) && isatty(m_fd) == 1;
+            m_isFile = !m_isTerminal && !S_ISFIFO(now.st_mode) && !S_ISSOCK(now.st_mode);
+            m_isJournal = m_journal == std::to_string(now.st_dev) + ":" + std::to_string(now.st_ino);
+        }
+    }
+
+    bool isTerminal() const { return m_isTerminal; }
+    bool isJournal() const { return m_isJournal; }
+
+    // Writes a line, after a line feed when the last one was cut off. Returns 0 or the error number.
+    int write(std::string& line) {
+        if (m_isTorn) {
+            line.insert(0, 1, '\n');
+        }
+        std::size_t done = 0;
+        const int error = m_isFile ? writeToFile(line, done) : writeToReader(line, done);
+        if (done != 0) {
+            m_isTorn = line[done - 1] != '\n';
+        }
+        return error;
+    }
+
+private:
+    int writeToFile(const std::string& line, std::size_t& done) const {
+        while (done < line.size()) {
+            const ssize_t count = ::write(m_fd, line.data() + done, line.size() - done);
+            if (count >= 0) {
+                done += static_cast<std::size_t>(count);
+            } else if (errno != EINTR) {
+                return errno;
+            }
+        }
+        return 0;
+    }
+
+    int writeToReader(const std::string& line, std::size_t& done) {
+        if (S_ISSOCK(m_status.st_mode)) {
+            return writeSome(
+                line, done,
+                [this](const char* data, std::size_t size) {
+                    return send(m_fd, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+                },
+                m_fd);
+        }
+        const NoBrokenPipe none;
+        const OwnDescriptor own(m_path, m_fd);
+        return writeSome(
+            line, done,
+            [&own](const char* data, std::size_t size) {
+                return ::write(own.get(), data, std::min<std::size_t>(size, PIPE_BUF));
+            },
+            own.get());
+    }
+
+    // A reader that is not ready is waited for once, until it has read again.
+    template <typename Write>
+    int writeSome(const std::string& line, std::size_t& done, Write write, int fd) {
+        while (done < line.size()) {
+            pollfd stream = {fd, POLLOUT, 0};
+            const int ready = poll(&stream, 1, m_patience);
+            if (ready != 1) {
+                const bool wasInterrupted = ready == -1 && errno == EINTR && m_patience != 0;
+                m_patience = 0;
+                if (wasInterrupted) {
+                    continue;
+                }
+                return EAGAIN;
+            }
+            const ssize_t count = write(line.data() + done, line.size() - done);
+            if (count >= 0) {
+                done += static_cast<std::size_t>(count);
+            } else if (errno != EINTR) {
+                return errno;
+            }
+        }
+        m_patience = kPatience;
+        return 0;
+    }
+
+    static constexpr int kPatience = 10; // milliseconds
+
+    const int m_fd; // belongs to the process
+    const std::string m_path;
+    const std::string m_journal = journalStream();
+    struct stat m_status = {};
+    long long m_seconds = 0;
+    bool m_isFile = false;
+    bool m_isTerminal = false;
+    bool m_isJournal = false;
+    bool m_isTorn = false;
+    int m_patience = kPatience;
+};
+
+} // namespace
+
+#endif // SORREL_TARGETS_STANDARD_STREAM_HPP

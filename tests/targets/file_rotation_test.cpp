@@ -1,0 +1,219 @@
+// The file target, when its file is full or was renamed: by itself, by another process, by logrotate.
+#include "child_process.hpp"
+#include "line_target_fixture.hpp"
+#include "watchdog.hpp"
+
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <filesystem>
+#include <map>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+namespace {
+
+// Lines of 100 bytes, so that ten of them fill a file of 1000.
+constexpr std::size_t kLineLength = 100;
+
+class FileRotation : public LineTargetFixture {
+protected:
+    // A line of that length, whose text ends in a word of its own.
+    void sayWord(const std::string& word) {
+        constexpr std::size_t kAround = 55;
+        say({std::string(kLineLength - kAround - 1 - word.size(), '-') + " " + word});
+    }
+
+    void sayNumbers(int first, int last) {
+        for (int i = first; i <= last; ++i) {
+            sayWord(std::to_string(i));
+        }
+    }
+
+    std::uintmax_t sizeOf(const std::string& file) { return std::filesystem::file_size(files().file(file)); }
+
+    // A file, the older ones behind it, and how many lines of which words they hold together.
+    std::map<std::string, int> wordsInAllFiles(std::uintmax_t limit) {
+        std::map<std::string, int> words;
+        for (const auto& entry : std::filesystem::directory_iterator(files().path())) {
+            const std::string name = entry.path().filename();
+            if (name.rfind("app.log", 0) == 0) {
+                EXPECT_LE(entry.file_size(), limit) << name;
+                for (const std::string& line : linesOf(files().read(name))) {
+                    EXPECT_EQ(line.size(), kLineLength - 1) << name << ": " << line;
+                    ++words[line.substr(line.rfind(' ') + 1)];
+                }
+            }
+        }
+        return words;
+    }
+
+    // Two processes at a time write words, and every word is in one of the files afterwards.
+    void expectTwoProcessesToShareFiles(const std::string& parameters, std::uintmax_t limit) {
+        constexpr int kWords = 1000;
+        const auto writeAs = [&](const std::string& name) {
+            return startChild([&, name] {
+                load(fileTarget(parameters));
+                for (int i = 0; i < kWords; ++i) {
+                    sayWord(name + std::to_string(i));
+                }
+                unload();
+                return true;
+            });
+        };
+        const pid_t first = writeAs("a");
+        const pid_t second = writeAs("b");
+        EXPECT_EQ(endOfChild(first), kChildPassed);
+        EXPECT_EQ(endOfChild(second), kChildPassed);
+        const std::map<std::string, int> words = wordsInAllFiles(limit);
+        EXPECT_EQ(words.size(), 2U * kWords);
+        for (const auto& word : words) {
+            EXPECT_EQ(word.second, 1) << word.first;
+        }
+    }
+};
+
+} // namespace
+
+TEST_F(FileRotation, AFullFileBecomesTheFirstOlderOne) {
+    load(fileTarget("max_size=1000"));
+    sayNumbers(0, 9);
+    EXPECT_FALSE(exists("app.log.1"));
+    EXPECT_EQ(sizeOf("app.log"), 1000U);
+    sayWord("10");
+    EXPECT_EQ(sizeOf("app.log.1"), 1000U);
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("10"));
+    sayNumbers(11, 20);
+    EXPECT_THAT(textsIn("app.log.2").front(), "0");
+    EXPECT_THAT(textsIn("app.log.1").front(), "10");
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("20"));
+}
+
+TEST_F(FileRotation, NoFileExceedsItsSizeByAByte) {
+    load(fileTarget("max_size=999"));
+    sayNumbers(0, 9);
+    EXPECT_EQ(sizeOf("app.log.1"), 900U);
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("9"));
+}
+
+TEST_F(FileRotation, ALineThatIsLongerThanTheLimitHasAFileForItself) {
+    load(fileTarget("max_size=150"));
+    sayWord("0");
+    say({std::string(500, 'x')});
+    sayWord("2");
+    EXPECT_THAT(textsIn("app.log.2"), ElementsAre("0"));
+    EXPECT_THAT(textsIn("app.log.1"), ElementsAre(std::string(500, 'x')));
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("2"));
+}
+
+TEST_F(FileRotation, SoManyOlderFilesAreKept) {
+    load(fileTarget("max_size=100,max_files=2"));
+    sayNumbers(0, 4);
+    EXPECT_THAT(textsIn("app.log.2"), ElementsAre("2"));
+    EXPECT_THAT(textsIn("app.log.1"), ElementsAre("3"));
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("4"));
+    EXPECT_FALSE(exists("app.log.3"));
+}
+
+TEST_F(FileRotation, WhatIsInTheFileAlreadyCounts) {
+    files().write("app.log", std::string(950, 'x') + "\n");
+    load(fileTarget("max_size=1k"));
+    sayWord("0");
+    EXPECT_EQ(sizeOf("app.log.1"), 951U);
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("0"));
+}
+
+TEST_F(FileRotation, ABufferIsSharedOutOverSeveralFiles) {
+    load(fileTarget("max_size=250,flush=err"));
+    sayNumbers(0, 4);
+    EXPECT_THAT(textsIn("app.log"), IsEmpty());
+    unload();
+    EXPECT_THAT(textsIn("app.log.2"), ElementsAre("0", "1"));
+    EXPECT_THAT(textsIn("app.log.1"), ElementsAre("2", "3"));
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("4"));
+}
+
+TEST_F(FileRotation, TwoProcessesLoseNothing) {
+    expectTwoProcessesToShareFiles("max_size=5k,max_files=999", 5 * 1024);
+}
+
+TEST_F(FileRotation, TwoProcessesWithBuffersLoseNothing) {
+    expectTwoProcessesToShareFiles("max_size=5k,max_files=999,flush=err", 5 * 1024);
+}
+
+TEST_F(FileRotation, TwoProcessesWithoutALimitTearNoLine) {
+    expectTwoProcessesToShareFiles("", kLineLength * 2000);
+}
+
+TEST_F(FileRotation, AChildRotatesTheFileOfItsParent) {
+    load(fileTarget("max_size=300"));
+    sayWord("0");
+    EXPECT_TRUE(passesInChild([this] {
+        sayNumbers(1, 3);
+        return true;
+    }));
+    sayWord("4");
+    EXPECT_THAT(textsIn("app.log.1"), ElementsAre("0", "1", "2"));
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("3", "4"));
+}
+
+TEST_F(FileRotation, AProcessThatStopsWithTheLockHoldsNobodyUp) {
+    const Watchdog watchdog;
+    load(fileTarget("max_size=250"));
+    const int other = open(files().file("app.log").c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    sayNumbers(0, 3);
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("0", "1", "2", "3")); // rather too long than lost
+    close(other);
+    sayWord("4");
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("4"));
+}
+
+TEST_F(FileRotation, WhereFilesCannotBeRenamedTheLimitHolds) {
+    std::filesystem::create_directories(files().file("app.log.1/inside"));
+    load(fileTarget("max_size=250,max_files=1"));
+    sayNumbers(0, 4);
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("0", "1"));
+    std::filesystem::remove_all(files().file("app.log.1"));
+    sayWord("5");
+    EXPECT_THAT(textOf("app.log"), HasSubstr(" WARN   file     main       3 messages lost: Is a directory\n"));
+    EXPECT_THAT(textsIn("app.log").back(), "5");
+}
+
+TEST_F(FileRotation, ARenamedFileIsNoticedInTheNextSecond) {
+    load(fileTarget());
+    say("0");
+    move("app.log", "elsewhere");
+    say({"1", 0, 6, "", "net", "main", kLeapDay + 1});
+    EXPECT_THAT(textsIn("elsewhere"), ElementsAre("0"));
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("1"));
+}
+
+TEST_F(FileRotation, ARemovedFileIsMadeAgain) {
+    for (const char* parameters : {"", "max_size=1k"}) {
+        load(fileTarget(parameters));
+        say("0");
+        std::filesystem::remove(files().file("app.log"));
+        say({"1", 0, 6, "", "net", "main", kLeapDay + 1});
+        EXPECT_THAT(textsIn("app.log"), ElementsAre("1"));
+        unload();
+        std::filesystem::remove(files().file("app.log"));
+    }
+}
+
+TEST_F(FileRotation, ALinkThatTookTheFilesPlaceIsNotFollowed) {
+    load(fileTarget());
+    say("0");
+    move("app.log", "elsewhere");
+    ASSERT_EQ(symlink(files().file("secret").c_str(), files().file("app.log").c_str()), 0);
+    say({"1", 0, 6, "", "net", "main", kLeapDay + 1});
+    EXPECT_FALSE(exists("secret"));
+    std::filesystem::remove(files().file("app.log"));
+    say({"2", 0, 6, "", "net", "main", kLeapDay + 2});
+    EXPECT_THAT(textOf("app.log"), HasSubstr(" 1 message lost: Too many levels of symbolic links\n"));
+    EXPECT_THAT(textsIn("app.log").back(), "2");
+}
