@@ -3,10 +3,12 @@
 #define SORREL_TESTS_LOADED_TARGET_HPP
 
 #include "temp_dir.hpp"
+#include "wait_until.hpp"
 
 #include <sorrel/level.h>
 #include <sorrel/log_target_container.hpp>
 
+#include <chrono>
 #include <string>
 
 inline std::string targetPath(const std::string& name) {
@@ -50,6 +52,21 @@ public:
         SaidMessage message;
         message.text = text;
         say(message);
+    }
+
+    // Says something new until it is seen, since a service that was slow may still lose some. All that was said before
+    // has then arrived, or is said to be lost. Returns how many messages it took, 0 when none was seen.
+    template <class IsSeen>
+    int sayUntilSeen(IsSeen isSeen) {
+        constexpr int kMostMessages = 20;
+        for (int i = 1; i <= kMostMessages; ++i) {
+            const std::string text = "message after message " + std::to_string(i) + "!";
+            say(text);
+            if (waitUntil([&] { return isSeen(text); }, std::chrono::seconds(2))) {
+                return i;
+            }
+        }
+        return 0;
     }
 
     sorrel::CLogTargetContainer& container() { return m_container; }

@@ -180,6 +180,7 @@ TEST_P(ServiceSocket, AServiceThatReadsInTimeLosesNothing) {
     startService();
     load("wait=10000");
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([this] {
             for (int k = 0; k < kMessages; ++k) {

@@ -79,7 +79,7 @@ TEST_F(SyslogFormat, DaysOfOneDigitAreFilledWithABlankAndMonthsAreEnglish) {
     load("ident=door");
     const std::string months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     m_message.seconds = 1704067200; // the first of January 2024
-    const int days[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const long long days[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     for (int i = 0; i < 12; ++i) {
         EXPECT_THAT(sent(m_message), StartsWith("<14>" + months[i] + "  1 00:00:00 door["));
         m_message.seconds += days[i] * 86400;
@@ -213,7 +213,7 @@ TEST_F(SyslogFormat, OnlyUtf8IsMarkedAsSuch) {
 TEST_F(SyslogFormat, LongTextsArriveWhole) {
     load("ident=door");
     const std::string text(2047, '\x1b');
-    EXPECT_EQ(sentText(text).size(), std::string("<14>Feb 29 13:04:05 door[4711]: net/main: ").size() + 4 * 2047);
+    EXPECT_EQ(sentText(text).size(), std::string("<14>Feb 29 13:04:05 door[4711]: net/main: ").size() + 4U * 2047);
 }
 
 TEST_F(SyslogFormat, OthersLevelsAreLeftOut) {

@@ -22,7 +22,9 @@ using testing::HasSubstr;
 namespace {
 
 constexpr char kLogSocket[] = "/dev/log";
-constexpr std::chrono::milliseconds kLongestCall{100};
+
+// A call takes 100 ms at most. This is far beyond what a busy machine adds to that, and far below a call that hangs.
+constexpr std::chrono::seconds kLongestCall{5};
 
 constexpr char kClassicInput[] = R"(module(load="imuxsock" SysSock.RateLimit.Interval="0"
     SysSock.IgnoreTimestamp="off" SysSock.UseSysTimeStamp="off"))";
@@ -164,15 +166,12 @@ TEST_F(RealRsyslog, WhileItIsStoppedNoCallHangs) {
         sayInTime("while stopped");
     }
     m_service->resume();
-    long said = kMessages;
-    ASSERT_TRUE(waitUntil([&] {
-        m_target->say("after");
-        ++said;
+    const int more = m_target->sayUntilSeen([](const std::string& text) {
         const std::vector<std::string> lines = seen();
-        return std::any_of(lines.begin(), lines.end(), isAbout("net/main: after"));
-    }));
-    EXPECT_TRUE(waitUntil([&] { return arrived() + lossesTold() == said; }))
-        << said << " messages, " << arrived() << " arrived, " << lossesTold() << " are said to be lost";
+        return std::any_of(lines.begin(), lines.end(), isAbout("net/main: " + text));
+    });
+    ASSERT_GT(more, 0);
+    EXPECT_EQ(arrived() + lossesTold(), kMessages + more);
     EXPECT_GT(lossesTold(), 0);
 }
 
