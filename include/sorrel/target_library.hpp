@@ -31,6 +31,7 @@
 #include <sorrel/target_parameters.hpp>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <exception>
@@ -128,7 +129,10 @@ class SORREL_LOCAL MessageTarget : public NamedLogTarget {
 public:
     explicit MessageTarget(TargetParameters& parameters)
         : NamedLogTarget(parameters), m_levels(parameters.levels("levels")),
-          m_components(parameters.text("components", "*")) {}
+          m_components(parameters.text("components", "*")) {
+        constexpr std::size_t kLongAnnouncement = 128;
+        m_announcement.reserve(kLongAnnouncement);
+    }
     MessageTarget(const MessageTarget&) = delete;
     MessageTarget& operator=(const MessageTarget&) = delete;
     ~MessageTarget() override {
@@ -185,7 +189,7 @@ private:
         ++(error == EAGAIN || error == ENOBUFS ? m_dropped : m_failed);
     }
 
-    // Kept, so that as long as messages are lost none of them costs memory.
+    // Takes no memory, which may be what is short.
     const std::string& announcement() {
         m_announcement.assign(std::to_string(m_lost));
         m_announcement += m_lost == 1 ? " message lost: " : " messages lost: ";

@@ -2,8 +2,8 @@
 #ifndef SORREL_TESTS_CONTRACT_FIXTURE_HPP
 #define SORREL_TESTS_CONTRACT_FIXTURE_HPP
 
+#include "contract_service.hpp"
 #include "contract_targets.hpp"
-#include "datagram_service.hpp"
 #include "target_fixture.hpp"
 
 #include <algorithm>
@@ -66,8 +66,8 @@ protected:
         }
     }
 
-    void startService() { m_service = std::make_unique<DatagramService>(m_directory + "/socket"); }
-    DatagramService& service() { return *m_service; }
+    void startService() { m_service = std::make_unique<ContractService>(m_directory + "/socket"); }
+    ContractService& service() { return *m_service; }
     void stopService() { m_service.reset(); }
 
     // Files of the target are made there from now on.
@@ -145,7 +145,7 @@ private:
     }
 
     std::string m_directory = files().path() + "/written";
-    std::unique_ptr<DatagramService> m_service;
+    std::unique_ptr<ContractService> m_service;
     std::unique_ptr<StreamsToFile> m_streams;
 };
 

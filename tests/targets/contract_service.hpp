@@ -1,6 +1,6 @@
 // A service that listens at a datagram socket, as the system's logging services do.
-#ifndef SORREL_TESTS_DATAGRAM_SERVICE_HPP
-#define SORREL_TESTS_DATAGRAM_SERVICE_HPP
+#ifndef SORREL_TESTS_CONTRACT_SERVICE_HPP
+#define SORREL_TESTS_CONTRACT_SERVICE_HPP
 
 #include <atomic>
 #include <cerrno>
@@ -14,9 +14,9 @@
 #include <unistd.h>
 
 // Listens as long as it lives, and reads from when it is told to: until then it is a service that hangs.
-class DatagramService {
+class ContractService {
 public:
-    explicit DatagramService(const std::string& path)
+    explicit ContractService(const std::string& path)
         : m_path(path), m_socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
         constexpr std::size_t kRoom = 4 << 20U; // memory that is counted is not taken while a target is watched
         m_received.reserve(kRoom);
@@ -28,9 +28,9 @@ public:
             throw std::system_error(errno, std::generic_category(), "no service at " + path);
         }
     }
-    DatagramService(const DatagramService&) = delete;
-    DatagramService& operator=(const DatagramService&) = delete;
-    ~DatagramService() {
+    ContractService(const ContractService&) = delete;
+    ContractService& operator=(const ContractService&) = delete;
+    ~ContractService() {
         if (m_reader.joinable()) {
             m_isOver = true;
             shutdown(m_socket, SHUT_RD); // wakes the reader
@@ -65,4 +65,4 @@ private:
     std::thread m_reader;
 };
 
-#endif // SORREL_TESTS_DATAGRAM_SERVICE_HPP
+#endif // SORREL_TESTS_CONTRACT_SERVICE_HPP
