@@ -67,11 +67,10 @@ protected:
     void expectToOutliveTheReader() {
         AnyEnds ends;
         const Redirected redirected(STDERR_FILENO, ends.input());
+        ends.closeOutput();
         EXPECT_TRUE(passesInChild([&] {
             signal(SIGPIPE, SIG_DFL);
             loadTarget();
-            say("before");
-            ends.closeOutput();
             sayNumbers(1, 100);
             return !blocksBrokenPipes() && !isBrokenPipePending() && signal(SIGPIPE, SIG_DFL) == SIG_DFL;
         }));
@@ -113,6 +112,22 @@ TEST_F(ConsoleStream, ATerminalThatNobodyReadsToo) {
     expectLossAndRecovery(terminal);
 }
 
+TEST_F(ConsoleStream, ATerminalWithRoomForAPartOfTheLineToo) {
+    const Watchdog watchdog;
+    const Terminal terminal;
+    const Redirected redirected(STDERR_FILENO, terminal.input());
+    loadTarget();
+    for (int i = 0; i < 200; ++i) {
+        say({std::string(2047, 'x')});
+    }
+    std::string text;
+    EXPECT_TRUE(waitUntil([&] {
+        say("the end");
+        return (text += terminal.read()).find(" the end\n") != std::string::npos;
+    }));
+    EXPECT_THAT(text, HasSubstr("x\nWARN   console  main       ")); // behind the torn line
+}
+
 TEST_F(ConsoleStream, AFullPipeThatCannotBeOpenedOnceMoreToo) {
     const Watchdog watchdog;
     const Pipe pipe;
@@ -147,6 +162,7 @@ TEST_F(ConsoleStream, AConnectionWithoutAReaderKillsNobody) {
 TEST_F(ConsoleStream, ABrokenPipeThatWaitedBeforeStaysWithTheProcess) {
     Pipe pipe;
     const Redirected redirected(STDERR_FILENO, pipe.input());
+    pipe.closeOutput();
     EXPECT_TRUE(passesInChild([&] {
         sigset_t signals;
         sigemptyset(&signals);
@@ -154,7 +170,6 @@ TEST_F(ConsoleStream, ABrokenPipeThatWaitedBeforeStaysWithTheProcess) {
         sigprocmask(SIG_BLOCK, &signals, nullptr);
         raise(SIGPIPE);
         loadTarget();
-        pipe.closeOutput();
         say("hello");
         return blocksBrokenPipes() && isBrokenPipePending();
     }));
@@ -198,6 +213,22 @@ TEST_F(ConsoleStream, FollowsTheStreamWhereTheProcessLeadsIt) {
     close(file);
     EXPECT_EQ(pipe.read(), "INFO   net      main       c\n");
     EXPECT_EQ(textsIn("out"), (std::vector<std::string>{"a", "b", "d"}));
+}
+
+TEST_F(ConsoleStream, AFileThatBecameABrokenPipeIsNoticedInTheNextSecond) {
+    Pipe pipe;
+    pipe.closeOutput();
+    EXPECT_TRUE(passesInChild([&] {
+        signal(SIGPIPE, SIG_DFL);
+        const int file = open(files().file("out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        dup2(file, STDERR_FILENO);
+        loadTarget();
+        say("a");
+        dup2(pipe.input(), STDERR_FILENO);
+        say({"b", 0, 6, "", "net", "main", kLeapDay + 1});
+        return true;
+    }));
+    EXPECT_EQ(textsIn("out"), (std::vector<std::string>{"a"}));
 }
 
 TEST_F(ConsoleStream, ALineThatAFullFileCutOffStaysAlone) {

@@ -1,12 +1,11 @@
 // The file target, and when it writes: at once, or what has gathered. What becomes of it in children.
 #include "child_process.hpp"
 #include "line_target_fixture.hpp"
+#include "shared_counter.hpp"
 
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <csignal>
-#include <sys/mman.h>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -22,6 +21,12 @@ protected:
         say({text, 0, 6, "", "net", "main", kLeapDay + seconds, microseconds});
     }
 
+    // The kernel looks for a deadly signal when a write comes to the next page: lines of such a length end there.
+    void sayIn128Bytes(const std::string& word) {
+        constexpr std::size_t kAround = 55;
+        say({std::string(128 - kAround - 1 - word.size(), '-') + " " + word});
+    }
+
     // The numbers from 0 on, each a line of the file.
     void expectNumbers(std::size_t least, std::size_t most) {
         const std::vector<std::string> found = texts();
@@ -32,23 +37,6 @@ protected:
         }
         EXPECT_EQ(textOf("app.log").back(), '\n');
     }
-};
-
-// Memory that a child shares with its parent.
-class SharedCounter {
-public:
-    SharedCounter()
-        : m_counter(static_cast<std::atomic<unsigned int>*>(mmap(
-              nullptr, sizeof(std::atomic<unsigned int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
-    }
-    SharedCounter(const SharedCounter&) = delete;
-    SharedCounter& operator=(const SharedCounter&) = delete;
-    ~SharedCounter() { munmap(m_counter, sizeof *m_counter); }
-
-    std::atomic<unsigned int>& operator*() { return *m_counter; }
-
-private:
-    std::atomic<unsigned int>* const m_counter;
 };
 
 } // namespace
@@ -118,7 +106,7 @@ TEST_F(FileBuffer, KilledProcessesLoseNothingWithoutOne) {
         const pid_t child = startChild([&] {
             load(fileTarget());
             for (;; ++*written) {
-                say({std::to_string(*written)});
+                sayIn128Bytes(std::to_string(*written));
             }
             return false;
         });

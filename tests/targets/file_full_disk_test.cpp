@@ -109,7 +109,7 @@ TEST_F(FileFullDisk, WithALimitLinesStayWholeToo) {
         say({"number " + std::to_string(i)});
     }
     freeDisk();
-    say({"number 300"});
+    say("number 300");
     expectWholeLines();
     EXPECT_THAT(text(), HasSubstr(" messages lost: No space left on device\n"));
     EXPECT_THAT(text(), HasSubstr(" number 300\n"));
@@ -146,7 +146,7 @@ TEST_F(FileFullDisk, ABufferThatIsFullTooLosesLines) {
 TEST_F(FileFullDisk, ABufferThatCannotBeWrittenInTheEndIsReported) {
     load(target("flush=err"));
     fillDisk(0);
-    say({"number 0"});
+    say("number 0");
     unload();
     EXPECT_TRUE(diagnostics().has(
         "file-target: the last 63 bytes for \"/run/disk/app.log\" are lost: No space left on device"));

@@ -1,6 +1,8 @@
 // The file target, when its file is full or was renamed: by itself, by another process, by logrotate.
 #include "child_process.hpp"
 #include "line_target_fixture.hpp"
+#include "proc_self.hpp"
+#include "shared_counter.hpp"
 #include "watchdog.hpp"
 
 #include <gmock/gmock.h>
@@ -8,6 +10,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <map>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
@@ -55,9 +58,14 @@ protected:
     // Two processes at a time write words, and every word is in one of the files afterwards.
     void expectTwoProcessesToShareFiles(const std::string& parameters, std::uintmax_t limit) {
         constexpr int kWords = 1000;
+        SharedCounter ready;
         const auto writeAs = [&](const std::string& name) {
             return startChild([&, name] {
                 load(fileTarget(parameters));
+                ++*ready;
+                while (*ready < 2) {
+                    sched_yield();
+                }
                 for (int i = 0; i < kWords; ++i) {
                     sayWord(name + std::to_string(i));
                 }
@@ -127,6 +135,14 @@ TEST_F(FileRotation, WhatIsInTheFileAlreadyCounts) {
     EXPECT_THAT(textsIn("app.log"), ElementsAre("0"));
 }
 
+TEST_F(FileRotation, TheEndOfAHalfLineCountsToo) {
+    files().write("app.log", std::string(100, 'x'));
+    load(fileTarget("max_size=200"));
+    sayWord("0");
+    EXPECT_EQ(textOf("app.log.1"), std::string(100, 'x'));
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("0"));
+}
+
 TEST_F(FileRotation, ABufferIsSharedOutOverSeveralFiles) {
     load(fileTarget("max_size=250,flush=err"));
     sayNumbers(0, 4);
@@ -159,6 +175,23 @@ TEST_F(FileRotation, AChildRotatesTheFileOfItsParent) {
     sayWord("4");
     EXPECT_THAT(textsIn("app.log.1"), ElementsAre("0", "1", "2"));
     EXPECT_THAT(textsIn("app.log"), ElementsAre("3", "4"));
+}
+
+TEST_F(FileRotation, AChildHasADescriptorOfItsOwnAndSoALockOfItsOwn) {
+    load(fileTarget("max_size=1k"));
+    sayWord("0");
+    int fd = -1;
+    for (const auto& descriptor : openDescriptors()) {
+        fd = descriptor.second == files().file("app.log") ? descriptor.first : fd;
+    }
+    const off_t offset = lseek(fd, 0, SEEK_CUR);
+    EXPECT_EQ(offset, 100);
+    EXPECT_TRUE(passesInChild([this] {
+        sayWord("1");
+        return true;
+    }));
+    EXPECT_EQ(lseek(fd, 0, SEEK_CUR), offset); // which all who share it share
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("0", "1"));
 }
 
 TEST_F(FileRotation, AProcessThatStopsWithTheLockHoldsNobodyUp) {

@@ -18,6 +18,7 @@ struct Read {
     std::string tag;
     int rings;
     Colour colour;
+    long long weight;
     std::string applicationName;
 };
 
@@ -31,6 +32,7 @@ public:
         lastRead.tag = parameters.text("tag", "none");
         lastRead.rings = parameters.number("rings", 3, -5, 10);
         lastRead.colour = parameters.choice("colour", Colour::GREEN, {{"red", Colour::RED}, {"green", Colour::GREEN}});
+        lastRead.weight = parameters.bytes("weight", 7);
         lastRead.applicationName = parameters.applicationName();
         if (lastRead.bell == "broken") {
             throw std::runtime_error("no bell there");
@@ -117,6 +119,7 @@ TEST_F(TargetLibrary, ParametersThatAreNotGivenHaveTheirDefaults) {
     sorrel::ILogTarget* const target = create({{"bell", "loud"}});
     EXPECT_EQ(lastRead.tag, "none");
     EXPECT_EQ(lastRead.rings, 3);
+    EXPECT_EQ(lastRead.weight, 7);
     EXPECT_EQ(lastRead.colour, Colour::GREEN);
     EXPECT_EQ(lastRead.applicationName, "");
     m_factory.destroyObject(target);
@@ -139,6 +142,22 @@ TEST_F(TargetLibrary, WhatIsNoNumberInRangeRefusesTheTarget) {
     for (const std::string value : {"", "x", "2x", "0x2", "2.5", "-6", "11", "99999999999999999999"}) {
         expectRefused({{"bell", "loud"}, {"rings", value}},
                       "parameter \"rings\": \"" + value + "\" is not a number from -5 to 10");
+    }
+}
+
+TEST_F(TargetLibrary, BytesHaveUnits) {
+    const std::pair<const char*, long long> weights[] = {
+        {"0", 0}, {"12", 12}, {"3k", 3072}, {"64M", 67108864}, {"8589934591G", 9223372035781033984}};
+    for (const auto& weight : weights) {
+        m_factory.destroyObject(create({{"bell", "loud"}, {"weight", weight.first}}));
+        EXPECT_EQ(lastRead.weight, weight.second) << weight.first;
+    }
+}
+
+TEST_F(TargetLibrary, WhatIsNoNumberOfBytesRefusesTheTarget) {
+    for (const std::string value : {"", "k", "1K", "1kk", "-1", "1.5M", "8589934592G", "9223372036854775808"}) {
+        expectRefused({{"bell", "loud"}, {"weight", value}},
+                      "parameter \"weight\": \"" + value + "\" is not a number of bytes");
     }
 }
 
