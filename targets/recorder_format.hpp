@@ -3,6 +3,7 @@
 #ifndef SORREL_TARGETS_RECORDER_FORMAT_HPP
 #define SORREL_TARGETS_RECORDER_FORMAT_HPP
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -65,7 +66,7 @@ constexpr std::uint32_t kMaskIsKnown = 1;
 namespace record {
 constexpr std::size_t kAlignment = 8;
 constexpr std::size_t kChecksumAt = 0; // of all that follows, stored last
-constexpr std::size_t kSizeAt = 4;     // of the record, with this part, without what fills it up to the alignment
+constexpr std::size_t kSizeAt = 4;     // of the record, with this part, without the zeros that fill it up
 constexpr std::size_t kSequenceAt = 8; // 8 bytes: 1 for the first message; stored first
 constexpr std::size_t kSecondsAt = 16; // 8 bytes
 constexpr std::size_t kMicrosecondsAt = 24;
@@ -89,31 +90,37 @@ constexpr std::size_t alignedSize(std::size_t size) {
     return (size + record::kAlignment - 1) / record::kAlignment * record::kAlignment;
 }
 
-// Little-endian, byte by byte: compilers make one instruction of it.
+// The bytes of a number from the least significant one on, as a number of this machine; and the other way round.
+template <typename Number>
+Number littleEndian(Number number) {
+#if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+    char bytes[sizeof number];
+    std::memcpy(bytes, &number, sizeof number);
+    std::reverse(bytes, bytes + sizeof number);
+    std::memcpy(&number, bytes, sizeof number);
+#endif
+    return number;
+}
+
+// Stored at any place.
 template <typename Number>
 void store(char* to, Number number) {
-    for (std::size_t i = 0; i < sizeof number; ++i) {
-        to[i] = static_cast<char>(static_cast<std::uint64_t>(number) >> (8 * i));
-    }
+    number = littleEndian(number);
+    std::memcpy(to, &number, sizeof number);
 }
 
 template <typename Number>
 Number load(const char* from) {
-    std::uint64_t number = 0;
-    for (std::size_t i = 0; i < sizeof(Number); ++i) {
-        number |= static_cast<std::uint64_t>(static_cast<unsigned char>(from[i])) << (8 * i);
-    }
-    return static_cast<Number>(number);
+    Number number = 0;
+    std::memcpy(&number, from, sizeof number);
+    return littleEndian(number);
 }
 
 // As store, but in one piece, and after everything that was stored before: for what says that the rest is there. The
 // place has to be aligned.
 template <typename Number>
 void publish(void* to, Number number) {
-    char bytes[sizeof number];
-    store(bytes, number);
-    std::memcpy(&number, bytes, sizeof number);
-    __atomic_store_n(static_cast<Number*>(to), number, __ATOMIC_RELEASE);
+    __atomic_store_n(static_cast<Number*>(to), littleEndian(number), __ATOMIC_RELEASE);
 }
 
 inline std::uint32_t checksum(const char* bytes, std::size_t size, std::uint32_t seed) {
@@ -124,8 +131,9 @@ inline std::uint32_t headerChecksum(const char* file) {
     return checksum(file + header::kFixedBegin, header::kFixedEnd - header::kFixedBegin, 0);
 }
 
+// With the zeros that fill the record up.
 inline std::uint32_t recordChecksum(const char* start, std::size_t size, std::uint32_t seed) {
-    return checksum(start + record::kSizeAt, size - record::kSizeAt, seed);
+    return checksum(start + record::kSizeAt, alignedSize(size) - record::kSizeAt, seed);
 }
 
 } // namespace recorder

@@ -23,6 +23,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 #include <unordered_map>
+#include <utility>
 
 namespace recorder {
 
@@ -78,13 +79,15 @@ public:
         const std::size_t functionLength = std::min(message.functionName.size(), record::kLongestName);
         const std::size_t textLength = std::min(message.text.size(), record::kLongestText);
         const std::size_t size = record::kTextsAt + threadLength + componentLength + functionLength + textLength;
-        if (m_ringSize - m_position < size) { // never across the end: what lies there may stay
+        const std::size_t space = alignedSize(size);
+        if (m_ringSize - m_position < space) { // never across the end: what lies there may stay
             m_position = 0;
         }
         char* const start = m_ring + m_position;
 
         store(start + record::kSequenceAt, m_messages + 1);
         std::atomic_signal_fence(std::memory_order_seq_cst); // from here on the old record is not taken for whole
+        store(start + space - record::kAlignment, std::uint64_t{0});
         store(start + record::kSizeAt, static_cast<std::uint32_t>(size));
         store<std::int64_t>(start + record::kSecondsAt, message.seconds);
         store<std::int32_t>(start + record::kMicrosecondsAt, message.microseconds);
@@ -97,14 +100,14 @@ public:
         store(start + record::kComponentLengthAt, static_cast<std::uint16_t>(componentLength));
         store(start + record::kFunctionLengthAt, static_cast<std::uint16_t>(functionLength));
         store(start + record::kTextLengthAt, static_cast<std::uint16_t>(textLength));
-        char* end = start + record::kTextsAt;
-        end = append(end, message.threadName, threadLength);
-        end = append(end, message.componentName, componentLength);
-        end = append(end, message.functionName, functionLength);
-        append(end, message.text, textLength);
+        char* end = start + record::kTextsAt; // (copy_n, since g++ copies short texts slowly where it sees memcpy)
+        end = std::copy_n(message.threadName.data(), threadLength, end);
+        end = std::copy_n(message.componentName.data(), componentLength, end);
+        end = std::copy_n(message.functionName.data(), functionLength, end);
+        std::copy_n(message.text.data(), textLength, end);
         publish(start + record::kChecksumAt, recordChecksum(start, size, m_seed));
 
-        m_position += alignedSize(size);
+        m_position += space;
         const bool isCut = textLength != message.text.size() || functionLength != message.functionName.size() ||
                            componentLength != message.componentName.size() ||
                            threadLength != message.threadName.size();
@@ -136,11 +139,6 @@ private:
         __atomic_store_n(wordAt(m_memory + header::kMagicAt), magic, __ATOMIC_RELEASE);
     }
 
-    static char* append(char* end, const std::string& text, std::size_t length) {
-        std::memcpy(end, text.data(), length);
-        return end + length;
-    }
-
     static std::uint64_t* wordAt(void* place) { return static_cast<std::uint64_t*>(place); }
     static std::uintptr_t addressOf(const void* object) { return reinterpret_cast<std::uintptr_t>(object); }
 
@@ -157,8 +155,12 @@ private:
 
     // The entry of a component, made at its first appearance. Null when there is no room for it.
     char* entryOf(const std::string& name) {
+        if (m_lastUsed != nullptr && m_lastUsed->first == name) {
+            return m_lastUsed->second;
+        }
         const auto known = m_index.find(name);
         if (known != m_index.end()) {
+            m_lastUsed = &*known;
             return known->second;
         }
         if (m_index.size() == m_capacity || name.empty()) { // a length of 0 means that the entry is free
@@ -185,6 +187,7 @@ private:
     std::uint32_t m_seed = 0;
     std::uint64_t m_messages = 0;
     std::unordered_map<std::string, char*> m_index; // the entries of the components
+    const std::pair<const std::string, char*>* m_lastUsed = nullptr; // of them: the next message is often of the same
 };
 
 } // namespace recorder

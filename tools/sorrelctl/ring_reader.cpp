@@ -124,7 +124,7 @@ Place readLayout(Ring& ring) {
 std::optional<Record> recordAt(const char* ringBegin, std::size_t ringSize, std::size_t offset, std::uint32_t seed) {
     const char* const start = ringBegin + offset;
     const auto size = load<std::uint32_t>(start + record::kSizeAt);
-    if (size < record::kTextsAt || size > record::kLargest || size > ringSize - offset) {
+    if (size < record::kTextsAt || size > record::kLargest || recorder::alignedSize(size) > ringSize - offset) {
         return std::nullopt;
     }
     const std::size_t lengths[] = {load<std::uint16_t>(start + record::kThreadLengthAt),
