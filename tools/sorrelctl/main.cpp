@@ -11,8 +11,11 @@ int main(int argc, char** argv) {
     try {
         CLI::App program("Looks at what libsorrel and its log targets leave behind.", "sorrelctl");
         program.require_subcommand(1);
-        program.footer("Ends with 0 when all went well, 1 when a file cannot be read or is none of ours, 2 when the "
-                       "command line\nis wrong, 3 when a file is damaged: what is whole in it is shown.");
+        program.footer("Ends with\n"
+                       "  0 when all went well,\n"
+                       "  1 when a file cannot be read or is none of ours,\n"
+                       "  2 when the command line is wrong,\n"
+                       "  3 when a file is damaged; what is whole in it is shown.");
         program.set_help_all_flag("--help-all", "Help for all commands");
         const sorrelctl::RecordCommand record(program);
         try {

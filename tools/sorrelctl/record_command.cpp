@@ -58,8 +58,8 @@ void addFilters(CLI::App& command, RecordFilter& filter) {
     addOption(command, "--function", filter.functions, "Traced functions, by name as components", "NAMES");
     addOption(command, "--grep", filter.text, "Messages whose text holds this, as grep -E takes it", "REGEX");
     addOption(command, "--since", filter.since,
-              "From this time on: 90s, 5m, 2h, 1d before the newest message of the file, \"2024-02-29 13:04:05\" in "
-              "local time, or @SECONDS since 1970",
+              "From this time on: 90s, 5m, 2h or 1d before the newest message, \"2024-02-29 13:04:05\" in local time,\n"
+              "@SECONDS since 1970",
               "TIME");
     command.add_option("--last", filter.last, "The last COUNT of what is chosen otherwise, of each file")
         ->type_name("COUNT");
@@ -115,7 +115,7 @@ CLI::App& RecordCommand::add(CLI::App& record, const std::string& name, const st
     const std::map<std::string, Format> formats = {
         {"text", Format::Text}, {"json", Format::Json}, {"trace", Format::Trace}};
     command.add_option("--format", request.format, "text, json (a line for each message) or trace (for trace viewers)")
-        ->transform(CLI::Transformer(formats))
+        ->transform(CLI::CheckedTransformer(formats).description(""))
         ->type_name("FORMAT");
     command.add_flag("--all", request.isAll, "Also whole messages that lie before a gap in the sequence");
     addFilters(command, request.filter);

@@ -49,16 +49,21 @@ std::optional<std::int64_t> calendarTime(const std::string& words) {
 std::optional<std::int64_t> wholeNumber(std::string_view words, std::string_view& rest) {
     std::int64_t number = 0;
     const std::from_chars_result result = std::from_chars(words.data(), words.data() + words.size(), number);
-    constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max() / kSecond / (24 * 3600);
-    if (result.ec != std::errc() || number < 0 || number > kMost) {
+    if (result.ec != std::errc() || number < 0) {
         return std::nullopt;
     }
     rest = words.substr(static_cast<std::size_t>(result.ptr - words.data()));
     return number;
 }
 
-std::int64_t secondsOf(std::string_view unit) {
-    return unit == "s" ? 1 : unit == "m" ? 60 : unit == "h" ? 3600 : unit == "d" ? 24 * 3600 : 0;
+// 0 for what is no unit.
+std::int64_t microsecondsOf(std::string_view unit) {
+    const std::int64_t seconds = unit == "s" ? 1 : unit == "m" ? 60 : unit == "h" ? 3600 : unit == "d" ? 24 * 3600 : 0;
+    return seconds * kSecond;
+}
+
+bool fits(std::int64_t number, std::int64_t factor) {
+    return number <= std::numeric_limits<std::int64_t>::max() / factor;
 }
 
 } // namespace
@@ -83,16 +88,17 @@ Since::Since(const std::string& words) {
     std::string_view rest;
     if (words.rfind('@', 0) == 0) {
         const std::optional<std::int64_t> seconds = wholeNumber(std::string_view(words).substr(1), rest);
-        if (!seconds || !rest.empty()) {
+        if (!seconds || !rest.empty() || !fits(*seconds, kSecond)) {
             refuse(words);
         }
         m_microseconds = *seconds * kSecond;
         return;
     }
     const std::optional<std::int64_t> number = wholeNumber(words, rest);
-    if (number && secondsOf(rest) != 0) {
+    const std::int64_t unit = number ? microsecondsOf(rest) : 0;
+    if (unit != 0 && fits(*number, unit)) {
         m_isBeforeNewest = true;
-        m_microseconds = *number * secondsOf(rest) * kSecond;
+        m_microseconds = *number * unit;
         return;
     }
     const std::optional<std::int64_t> moment = calendarTime(words);

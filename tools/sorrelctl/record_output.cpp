@@ -77,13 +77,13 @@ void appendMessageCounts(std::string& out, const Ring& ring) {
         fmt::format_to(std::back_inserter(out), "# messages: {} to {}, the last {}\n", first, last, last - first + 1);
     }
     if (!ring.older.empty()) {
-        fmt::format_to(std::back_inserter(out), "# behind a gap: {} older ones, shown with --all\n", ring.older.size());
+        fmt::format_to(std::back_inserter(out), "# older, before a gap: {} (--all shows them too)\n", ring.older.size());
     }
     if (ring.isTorn) {
         out += "# one more was begun, and is not whole\n";
     }
     if (ring.cut != 0) {
-        fmt::format_to(std::back_inserter(out), "# cut: {} messages, of which something was too long\n", ring.cut);
+        fmt::format_to(std::back_inserter(out), "# cut, since something was too long: {}\n", ring.cut);
     }
 }
 
@@ -93,11 +93,11 @@ void appendComponents(std::string& out, const Ring& ring) {
     for (const Component& component : ring.components) {
         const std::string mask = component.isMaskKnown ? fmt::format("0x{:08x}", component.mask) : "unknown";
         const std::string address = component.isMaskKnown ? fmt::format(" at 0x{:x}", component.address) : "";
-        fmt::format_to(std::back_inserter(out), "#   {}: {} messages, mask {}{}\n", visible(component.name),
+        fmt::format_to(std::back_inserter(out), "#   {}: messages {}, mask {}{}\n", visible(component.name),
                        component.messages, mask, address);
     }
     if (ring.unlisted != 0) {
-        fmt::format_to(std::back_inserter(out), "#   (others): {} messages\n", ring.unlisted);
+        fmt::format_to(std::back_inserter(out), "#   others: messages {}\n", ring.unlisted);
     }
 }
 
