@@ -1,4 +1,5 @@
-// Keeps the last messages in a mapped file that survives the process, however that ends. No message costs a system call.
+// Keeps the last messages in a mapped file that survives the process, however that ends. No message costs a system
+// call.
 #include "recorder_ring.hpp"
 
 #include <sorrel/target_library.hpp>
@@ -38,7 +39,8 @@ public:
         try {
             openRing();
         } catch (const std::system_error& error) {
-            sorrel::TargetParameters::refuse("file", pattern(parameters), std::string("gives no ring: ") + error.what());
+            sorrel::TargetParameters::refuse("file", pattern(parameters),
+                                             std::string("gives no ring: ") + error.what());
         }
     }
     RecorderTarget(const RecorderTarget&) = delete;

@@ -68,8 +68,7 @@ public:
             }
         }
         const bool hasNumber = at + 1 < fileName.size() && fileName[at] == '.';
-        return at == fileName.size() ||
-               (hasNumber && fileName.find_first_not_of(kDigits, at + 1) == std::string::npos);
+        return at == fileName.size() || (hasNumber && fileName.find_first_not_of(kDigits, at + 1) == std::string::npos);
     }
 
 private:
@@ -93,7 +92,8 @@ private:
     std::string m_pattern; // with kProcessId for %p
 };
 
-// A new file in memory. As long as this lives, its lock says so to processes for which the process id means another one.
+// A new file in memory. As long as this lives, its lock says so to processes for which the process id means another
+// one.
 class MappedFile {
 public:
     // Throws std::system_error, whose text names the file. Nothing is left behind then.

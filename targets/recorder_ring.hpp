@@ -2,8 +2,8 @@
 //
 // The process may end at any instruction, and its file then stays as it is: the kernel keeps what was stored, in the
 // order of the program. So what says that something is whole is stored after it, and the compiler is kept from moving
-// it: a checksum behind its record, a length behind its name, the magic behind the header. (What a power cut leaves of a
-// file is not known.) docs/RECORDER_FORMAT.md describes the file.
+// it: a checksum behind its record, a length behind its name, the magic behind the header. (What a power cut leaves of
+// a file is not known.) docs/RECORDER_FORMAT.md describes the file.
 #ifndef SORREL_TARGETS_RECORDER_RING_HPP
 #define SORREL_TARGETS_RECORDER_RING_HPP
 
@@ -109,8 +109,7 @@ public:
 
         m_position += space;
         const bool isCut = textLength != message.text.size() || functionLength != message.functionName.size() ||
-                           componentLength != message.componentName.size() ||
-                           threadLength != message.threadName.size();
+                           componentLength != message.componentName.size() || threadLength != message.threadName.size();
         countMessage(message.componentName, isCut);
     }
 
@@ -186,7 +185,7 @@ private:
     std::size_t m_position = 0; // of the next record
     std::uint32_t m_seed = 0;
     std::uint64_t m_messages = 0;
-    std::unordered_map<std::string, char*> m_index; // the entries of the components
+    std::unordered_map<std::string, char*> m_index;                  // the entries of the components
     const std::pair<const std::string, char*>* m_lastUsed = nullptr; // of them: the next message is often of the same
 };
 

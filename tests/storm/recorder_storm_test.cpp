@@ -16,7 +16,6 @@ namespace {
 
 constexpr int kKills = 1000;
 constexpr int kMaxDelayMicroseconds = 1500;
-constexpr std::size_t kSmallRing = 64 * 1024 - 512 - 16 * 256;
 
 // How many messages the process that is going to be killed has finished.
 using Finished = std::atomic<std::uint64_t>;

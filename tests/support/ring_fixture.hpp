@@ -4,16 +4,20 @@
 
 #include "container_fixture.hpp"
 
+#include <sorrel/component.hpp>
 #include <sorrelctl/ring_reader.hpp>
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <unistd.h>
 #include <utility>
 
 class RingFixture : public ContainerFixture {
 protected:
+    static constexpr std::size_t kSmallRing = 64 * 1024 - 512 - 16 * 256; // of a file of 64 KiB
+
     using Container = std::unique_ptr<sorrel::CLogTargetContainer>;
 
     static std::string library() { return SORREL_TEST_TARGET_DIR "/sorrel-recorder.so"; }
@@ -60,13 +64,38 @@ protected:
         return testing::AssertionSuccess();
     }
 
+    static std::vector<std::string> textsOf(const sorrelctl::Ring& ring) {
+        std::vector<std::string> texts;
+        for (const sorrelctl::Record& record : ring.records) {
+            texts.emplace_back(record.text);
+        }
+        return texts;
+    }
+
+    // "NAME MESSAGES MASK ADDRESS", with "?" for what is not known; in no order.
+    static std::set<std::string> componentsOf(const sorrelctl::Ring& ring) {
+        std::set<std::string> found;
+        for (const sorrelctl::Component& component : ring.components) {
+            const std::string known = std::to_string(component.mask) + " " + std::to_string(component.address);
+            found.insert(std::string(component.name) + " " + std::to_string(component.messages) + " " +
+                         (component.isMaskKnown ? known : "?"));
+        }
+        return found;
+    }
+
+    // The same of an announced component.
+    static std::string entry(const sorrel_component& component, int messages) {
+        return component.name + " " + std::to_string(messages) + " " + std::to_string(component.mask) + " " +
+               std::to_string(reinterpret_cast<std::uintptr_t>(&component.mask));
+    }
+
     // How much of the ring the messages fill.
     static std::size_t bytesOf(const sorrelctl::Ring& ring) {
         constexpr std::size_t kFixed = 56;
         std::size_t sum = 0;
         for (const sorrelctl::Record& record : ring.records) {
-            sum += kFixed + record.thread.size() + record.component.size() + record.function.size() +
-                   record.text.size();
+            sum +=
+                kFixed + record.thread.size() + record.component.size() + record.function.size() + record.text.size();
         }
         return sum;
     }

@@ -64,8 +64,9 @@ TEST_F(RecorderFiles, TheNameHoldsProcessAndApplication) {
 }
 
 TEST_F(RecorderFiles, AnApplicationNameStaysInTheDirectory) {
-    const Container container =
-        open("file=" + path("rings") + "/%a,size=64k,application-name=../../etc/\x1b" "passwd");
+    const Container container = open("file=" + path("rings") +
+                                     "/%a,size=64k,application-name=../../etc/\x1b"
+                                     "passwd");
     EXPECT_THAT(rings(), ElementsAre("_._.._etc__passwd"));
 }
 
@@ -90,8 +91,8 @@ TEST_F(RecorderFiles, SizesHaveUnits) {
 TEST_F(RecorderFiles, WrongParametersAreRefused) {
     const std::string file = "file=" + path("rings/ring");
     for (const std::string size : {"63k", "0", "-1", "1G", "1025M", "4kk", "k", "99999999999999999999", "1025"}) {
-        EXPECT_TRUE(isRefused(file + ",size=" + size, "recorder-target: parameter \"size\": \"" + size +
-                                                          "\" is no size from 64k to 1024M"));
+        EXPECT_TRUE(isRefused(file + ",size=" + size,
+                              "recorder-target: parameter \"size\": \"" + size + "\" is no size from 64k to 1024M"));
     }
     EXPECT_TRUE(isRefused(file + ",keep=x", "parameter \"keep\": \"x\" is not a number from 0 to 1000"));
     EXPECT_TRUE(isRefused("file=" + path("rings") + "/%x", "/%x\" holds a % that is none of %p, %a and %%"));
@@ -138,7 +139,8 @@ TEST_F(RecorderFiles, ALinkIsRefused) {
 
 TEST_F(RecorderFiles, WhatIsNoFileIsRefused) {
     EXPECT_TRUE(isRefused("file=" + path("rings") + ",size=64k", "rings is no file: File exists"));
-    EXPECT_TRUE(isRefused("file=" + path("no/such/ring") + ",size=64k", "cannot be created: No such file or directory"));
+    EXPECT_TRUE(
+        isRefused("file=" + path("no/such/ring") + ",size=64k", "cannot be created: No such file or directory"));
 }
 
 TEST_F(RecorderFiles, ASecondInstanceTakesTheNextName) {

@@ -1,6 +1,4 @@
-// What the recorder keeps of messages, components and processes.
-#include "child_process.hpp"
-#include "proc_self.hpp"
+// What the recorder keeps of messages and components.
 #include "ring_fixture.hpp"
 
 #include <sorrel/component.hpp>
@@ -8,13 +6,10 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <csignal>
-#include <cstdio>
 #include <fstream>
 #include <set>
 #include <thread>
 
-using sorrelctl::Component;
 using sorrelctl::Record;
 using sorrelctl::Ring;
 using testing::ElementsAre;
@@ -23,34 +18,7 @@ using testing::SizeIs;
 
 namespace {
 
-constexpr std::size_t kSmallRing = 64 * 1024 - 512 - 16 * 256; // of a file of 64 KiB
-
-class Recorder : public RingFixture {
-protected:
-    static std::vector<std::string> textsOf(const Ring& ring) {
-        std::vector<std::string> texts;
-        for (const Record& record : ring.records) {
-            texts.emplace_back(record.text);
-        }
-        return texts;
-    }
-
-    // "NAME MESSAGES MASK ADDRESS", with "?" for what is not known; in no order.
-    static std::set<std::string> componentsOf(const Ring& ring) {
-        std::set<std::string> found;
-        for (const Component& component : ring.components) {
-            const std::string known = std::to_string(component.mask) + " " + std::to_string(component.address);
-            found.insert(std::string(component.name) + " " + std::to_string(component.messages) + " " +
-                         (component.isMaskKnown ? known : "?"));
-        }
-        return found;
-    }
-
-    static std::string entry(const sorrel_component& component, int messages) {
-        return component.name + " " + std::to_string(messages) + " " + std::to_string(component.mask) + " " +
-               std::to_string(reinterpret_cast<std::uintptr_t>(&component.mask));
-    }
-};
+class Recorder : public RingFixture {};
 
 } // namespace
 
@@ -262,80 +230,4 @@ TEST_F(Recorder, TheRingIsReadWhileItIsWritten) {
     }
     isOver = true;
     writer.join();
-}
-
-TEST_F(Recorder, TheEndOfTheTargetIsMarked) {
-    openSmall("ring").reset();
-    EXPECT_TRUE(read("ring").hasEnded);
-    EXPECT_FALSE(isAlive(read("ring")));
-}
-
-TEST_F(Recorder, AProcessThatIsKilledIsGoneWithoutAnEnd) {
-    const int end = endOfChild(startChild([this]() -> bool {
-        const Container container = openSmall("ring");
-        log(*container, "last words");
-        return raise(SIGKILL) == 0;
-    }));
-    EXPECT_EQ(end, -SIGKILL);
-    const Ring ring = read("ring");
-    EXPECT_THAT(textsOf(ring), ElementsAre("last words"));
-    EXPECT_FALSE(ring.hasEnded);
-    EXPECT_FALSE(isAlive(ring));
-}
-
-TEST_F(Recorder, AChildWritesIntoARingOfItsOwn) {
-    const Container container = openSmall("%p.ring");
-    sorrel_component net = {"net", 0x1f, {}};
-    container->onComponentAdded(&net);
-    log(*container, "parent");
-    const pid_t child = startChild([&] {
-        log(*container, "child");
-        return true;
-    });
-    EXPECT_EQ(endOfChild(child), kChildPassed);
-    log(*container, "parent again");
-    const Ring parents = read(std::to_string(getpid()) + ".ring");
-    const Ring childs = read(std::to_string(child) + ".ring");
-    EXPECT_THAT(textsOf(parents), ElementsAre("parent", "parent again"));
-    EXPECT_THAT(textsOf(childs), ElementsAre("child"));
-    EXPECT_EQ(childs.processId, child);
-    EXPECT_EQ(childs.records[0].threadId, static_cast<std::uint32_t>(child));
-    EXPECT_THAT(componentsOf(childs), ElementsAre(entry(net, 1)));
-    EXPECT_THAT(componentsOf(parents), ElementsAre(entry(net, 2)));
-}
-
-TEST_F(Recorder, AChildThatCreatesAComponentLeavesTheParentsRingAlone) {
-    const Container container = openSmall("%p.ring");
-    sorrel_component net = {"net", 0x1f, {}};
-    EXPECT_TRUE(passesInChild([&] {
-        container->onComponentAdded(&net);
-        return true;
-    }));
-    EXPECT_THAT(componentsOf(read(std::to_string(getpid()) + ".ring")), IsEmpty());
-}
-
-TEST_F(Recorder, AChildThatGetsNoRingLosesItsMessagesOnly) {
-    std::filesystem::create_directory(path("rings"));
-    Container container = openSmall("rings/%p.ring");
-    log(*container, "parent");
-    std::filesystem::rename(path("rings"), path("away"));
-    files().write("rings", "no directory");
-    EXPECT_TRUE(passesInChild([&] {
-        log(*container, "a");
-        log(*container, "b");
-        container.reset();
-        return true;
-    }));
-    EXPECT_TRUE(diagnostics().has("recorder-target: 2 messages lost: Not a directory"));
-    log(*container, "parent again");
-    EXPECT_THAT(textsOf(read("away/" + std::to_string(getpid()) + ".ring")), ElementsAre("parent", "parent again"));
-}
-
-TEST_F(Recorder, AMessageWithAnotherProcessIdIsStillOfThisProcess) {
-    const Container container = openSmall("ring");
-    sorrel_level level = {6, 0x40};
-    container->log(1, 0, 0, 0, &level, "main", "net", "", "text");
-    const Ring ring = read("ring");
-    EXPECT_THAT(textsOf(ring), ElementsAre("text"));
-    EXPECT_EQ(ring.records[0].processId, 1);
 }

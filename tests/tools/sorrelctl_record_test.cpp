@@ -91,7 +91,8 @@ TEST_F(SorrelctlRecord, ExportWritesJsonLines) {
 
 TEST_F(SorrelctlRecord, FormatsAreChosen) {
     EXPECT_EQ(record("export --format text " + path("ring")).out, kText);
-    EXPECT_THAT(record("show --format json --last 1 " + path("ring")).out, HasSubstr("\n{\"time\":\"2024-02-29T13:04:10"));
+    EXPECT_THAT(record("show --format json --last 1 " + path("ring")).out,
+                HasSubstr("\n{\"time\":\"2024-02-29T13:04:10"));
     EXPECT_EQ(record("show --format xml " + path("ring")).status, 2);
 }
 
@@ -100,16 +101,25 @@ TEST_F(SorrelctlRecord, ATraceHasSpansAndInstants) {
     const std::string track = "\"pid\":4711,\"tid\":" + number;
     const Result result = record("export --format trace --component net --level 'all' " + path("ring"));
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out,
-              "{\"traceEvents\":[\n"
-              "{\"ph\":\"M\",\"pid\":" + std::to_string(getpid()) + ",\"tid\":0,\"name\":\"process_name\","
-              "\"args\":{\"name\":\"player\"}},\n"
-              "{\"ph\":\"M\"," + track + ",\"name\":\"thread_name\",\"args\":{\"name\":\"main\"}},\n"
-              "{\"ph\":\"B\"," + track + ",\"ts\":1709211810000005,\"name\":\"poll\",\"cat\":\"net\"},\n"
-              "{\"ph\":\"i\"," + track + ",\"ts\":1709211820000005,\"name\":\"first\\u0009line\",\"cat\":\"net\","
-              "\"s\":\"t\",\"args\":{\"level\":\"INFO\",\"function\":\"poll\"}},\n"
-              "{\"ph\":\"E\"," + track + ",\"ts\":1709211840000005,\"name\":\"poll\",\"cat\":\"net\"}\n"
-              "]}\n");
+    EXPECT_EQ(result.out, "{\"traceEvents\":[\n"
+                          "{\"ph\":\"M\",\"pid\":" +
+                              std::to_string(getpid()) +
+                              ",\"tid\":0,\"name\":\"process_name\","
+                              "\"args\":{\"name\":\"player\"}},\n"
+                              "{\"ph\":\"M\"," +
+                              track +
+                              ",\"name\":\"thread_name\",\"args\":{\"name\":\"main\"}},\n"
+                              "{\"ph\":\"B\"," +
+                              track +
+                              ",\"ts\":1709211810000005,\"name\":\"poll\",\"cat\":\"net\"},\n"
+                              "{\"ph\":\"i\"," +
+                              track +
+                              ",\"ts\":1709211820000005,\"name\":\"first\\u0009line\",\"cat\":\"net\","
+                              "\"s\":\"t\",\"args\":{\"level\":\"INFO\",\"function\":\"poll\"}},\n"
+                              "{\"ph\":\"E\"," +
+                              track +
+                              ",\"ts\":1709211840000005,\"name\":\"poll\",\"cat\":\"net\"}\n"
+                              "]}\n");
 }
 
 TEST_F(SorrelctlRecord, SpansOfATraceAreBalanced) {
@@ -190,8 +200,7 @@ TEST_F(SorrelctlRecord, ADamagedFileYieldsWhatIsWhole) {
     const Result result = record("export --format text " + path("ring"));
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.out, StartsWith("2024-02-29 13:03:30.000005 TRACE"));
-    EXPECT_EQ(result.err,
-              "sorrelctl: " + path("ring") + ": byte 4864: the file ends, the ring has 60672 bytes more\n");
+    EXPECT_EQ(result.err, "sorrelctl: " + path("ring") + ": byte 4864: the file ends, the ring has 60672 bytes more\n");
 }
 
 TEST_F(SorrelctlRecord, MessagesBeforeAGapAreShownOnDemand) {
@@ -227,15 +236,15 @@ TEST_F(SorrelctlRecord, HelpNamesTheStatuses) {
     const Result result = record("show --help");
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(result.out, HasSubstr("2 when the command line is wrong"));
-    for (const char* const option :
-         {"--format", "--level", "--component", "--thread", "--function", "--since", "--last", "--grep", "--info", "--all"}) {
+    for (const char* const option : {"--format", "--level", "--component", "--thread", "--function", "--since",
+                                     "--last", "--grep", "--info", "--all"}) {
         EXPECT_THAT(result.out, HasSubstr(option));
     }
 }
 
 TEST_F(SorrelctlRecord, AFullDiskIsToldAsAnError) {
-    const int status = std::system((std::string(SORREL_TEST_TOOL " record show ") + path("ring") + " > /dev/full 2> " +
-                                    path("err")).c_str());
+    const int status = std::system(
+        (std::string(SORREL_TEST_TOOL " record show ") + path("ring") + " > /dev/full 2> " + path("err")).c_str());
     EXPECT_EQ(WEXITSTATUS(status), 1);
     EXPECT_EQ(files().read("err"), "sorrelctl: standard output: No space left on device\n");
 }

@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -112,11 +111,13 @@ int RecordCommand::run(Request& request) {
 CLI::App& RecordCommand::add(CLI::App& record, const std::string& name, const std::string& help, Request& request) {
     CLI::App& command = *record.add_subcommand(name, help);
     command.add_option("FILE", request.files, "Ring files")->required();
-    const std::map<std::string, Format> formats = {
-        {"text", Format::Text}, {"json", Format::Json}, {"trace", Format::Trace}};
-    command.add_option("--format", request.format, "text, json (a line for each message) or trace (for trace viewers)")
-        ->transform(CLI::CheckedTransformer(formats).description(""))
-        ->type_name("FORMAT");
+    const auto setFormat = [&request](const std::string& word) {
+        request.format = word == "text" ? Format::Text : word == "json" ? Format::Json : Format::Trace;
+    };
+    command
+        .add_option_function<std::string>("--format", setFormat, "JSON is a line each, a trace is for trace viewers")
+        ->check(CLI::IsMember({"text", "json", "trace"}))
+        ->type_name("");
     command.add_flag("--all", request.isAll, "Also whole messages that lie before a gap in the sequence");
     addFilters(command, request.filter);
     command.callback([this, &request] { m_status = run(request); });

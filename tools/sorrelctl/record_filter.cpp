@@ -118,8 +118,7 @@ bool RecordFilter::isWanted(const Record& record) {
     return (!levels || levels->contains({record.level, record.mask})) &&
            (!components || components->contains(std::string(record.component))) &&
            (!threads || threads->contains(std::string(record.thread))) &&
-           (!functions || functions->contains(std::string(record.function))) &&
-           (!text || text->isFoundIn(record.text));
+           (!functions || functions->contains(std::string(record.function))) && (!text || text->isFoundIn(record.text));
 }
 
 std::vector<Record> RecordFilter::choose(const std::vector<Record>& records) {

@@ -37,12 +37,14 @@ private:
 // A moment, as people write it. Throws std::invalid_argument for what is none.
 class Since {
 public:
-    // "90s", "5m", "2h", "1d": before the newest message; "2024-02-29 13:04:05.5", "2024-02-29 13:04", "2024-02-29": local
-    // time; "@1709211845": seconds since 1970.
+    // "90s", "5m", "2h", "1d": before the newest message; "2024-02-29 13:04:05.5", "2024-02-29 13:04", "2024-02-29":
+    // local time; "@1709211845": seconds since 1970.
     explicit Since(const std::string& words);
 
     // In microseconds since 1970.
-    std::int64_t moment(std::int64_t newest) const { return m_isBeforeNewest ? newest - m_microseconds : m_microseconds; }
+    std::int64_t moment(std::int64_t newest) const {
+        return m_isBeforeNewest ? newest - m_microseconds : m_microseconds;
+    }
 
 private:
     bool m_isBeforeNewest = false;

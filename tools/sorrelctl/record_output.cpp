@@ -77,7 +77,8 @@ void appendMessageCounts(std::string& out, const Ring& ring) {
         fmt::format_to(std::back_inserter(out), "# messages: {} to {}, the last {}\n", first, last, last - first + 1);
     }
     if (!ring.older.empty()) {
-        fmt::format_to(std::back_inserter(out), "# older, before a gap: {} (--all shows them too)\n", ring.older.size());
+        fmt::format_to(std::back_inserter(out), "# older, before a gap: {} (--all shows them too)\n",
+                       ring.older.size());
     }
     if (ring.isTorn) {
         out += "# one more was begun, and is not whole\n";

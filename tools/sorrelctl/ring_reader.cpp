@@ -36,8 +36,8 @@ void checkBegin(const std::vector<char>& bytes) {
     }
     const auto version = load<std::uint32_t>(bytes.data() + header::kVersionAt);
     if (version != recorder::kVersion) {
-        throw RingError(fmt::format("is a ring of version {}; this program knows version {}", version,
-                                    recorder::kVersion));
+        throw RingError(
+            fmt::format("is a ring of version {}; this program knows version {}", version, recorder::kVersion));
     }
 }
 
@@ -64,8 +64,8 @@ void readHeader(Ring& ring) {
     ring.cut = load<std::uint64_t>(begin + header::kCutAt);
     const auto nameLength = load<std::uint32_t>(begin + header::kNameLengthAt);
     if (nameLength > header::kNameSize) {
-        ring.damages.push_back(fmt::format("byte {}: an application name of {} bytes", header::kNameLengthAt,
-                                           nameLength));
+        ring.damages.push_back(
+            fmt::format("byte {}: an application name of {} bytes", header::kNameLengthAt, nameLength));
     } else {
         ring.applicationName = {begin + header::kNameAt, nameLength};
     }
@@ -114,8 +114,8 @@ Place readLayout(Ring& ring) {
     readComponents(ring, headerSize, entrySize);
     const std::uint64_t available = fileSize - ringOffset;
     if (ringSize > available) {
-        ring.damages.push_back(fmt::format("byte {}: the file ends, the ring has {} bytes more", fileSize,
-                                           ringSize - available));
+        ring.damages.push_back(
+            fmt::format("byte {}: the file ends, the ring has {} bytes more", fileSize, ringSize - available));
     }
     return {static_cast<std::size_t>(ringOffset), static_cast<std::size_t>(std::min(ringSize, available))};
 }
@@ -127,11 +127,11 @@ std::optional<Record> recordAt(const char* ringBegin, std::size_t ringSize, std:
     if (size < record::kTextsAt || size > record::kLargest || recorder::alignedSize(size) > ringSize - offset) {
         return std::nullopt;
     }
-    const std::size_t lengths[] = {load<std::uint16_t>(start + record::kThreadLengthAt),
-                                   load<std::uint16_t>(start + record::kComponentLengthAt),
-                                   load<std::uint16_t>(start + record::kFunctionLengthAt),
-                                   load<std::uint16_t>(start + record::kTextLengthAt)};
-    if (record::kTextsAt + lengths[0] + lengths[1] + lengths[2] + lengths[3] != size ||
+    const std::size_t thread = load<std::uint16_t>(start + record::kThreadLengthAt);
+    const std::size_t component = load<std::uint16_t>(start + record::kComponentLengthAt);
+    const std::size_t function = load<std::uint16_t>(start + record::kFunctionLengthAt);
+    const std::size_t text = load<std::uint16_t>(start + record::kTextLengthAt);
+    if (record::kTextsAt + thread + component + function + text != size ||
         load<std::uint32_t>(start + record::kChecksumAt) != recorder::recordChecksum(start, size, seed)) {
         return std::nullopt;
     }
@@ -144,14 +144,11 @@ std::optional<Record> recordAt(const char* ringBegin, std::size_t ringSize, std:
     read.depth = load<std::int32_t>(start + record::kDepthAt);
     read.threadId = load<std::uint32_t>(start + record::kThreadIdAt);
     read.processId = load<std::int32_t>(start + record::kProcessIdAt);
-    const char* text = start + record::kTextsAt;
-    read.thread = {text, lengths[0]};
-    text += lengths[0];
-    read.component = {text, lengths[1]};
-    text += lengths[1];
-    read.function = {text, lengths[2]};
-    text += lengths[2];
-    read.text = {text, lengths[3]};
+    const char* const texts = start + record::kTextsAt;
+    read.thread = {texts, thread};
+    read.component = {texts + thread, component};
+    read.function = {texts + thread + component, function};
+    read.text = {texts + thread + component + function, text};
     read.end = offset + recorder::alignedSize(size);
     return read;
 }

@@ -1,5 +1,5 @@
-// Reads the ring files of the recorder. A file may be in use, damaged, or made up by somebody who means harm: nothing that
-// stands in it is believed before it is checked.
+// Reads the ring files of the recorder. A file may be in use, damaged, or made up by somebody who means harm: nothing
+// that stands in it is believed before it is checked.
 #ifndef SORREL_TOOLS_RING_READER_HPP
 #define SORREL_TOOLS_RING_READER_HPP
 
