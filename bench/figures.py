@@ -75,6 +75,9 @@ class Results:
         one, many = (self.sample("message", "targets", count) for count in runs.TARGETS)
         return (many - one).scaled(1 / (runs.TARGETS[1] - runs.TARGETS[0]))
 
+    def recorder(self):
+        return self.sample("message", "recorder") - self.sample("message", "targets", runs.TARGETS[0])
+
     def memory(self, threads):
         with_library = self.sample("resident", "memory", "sorrel", threads)
         return with_library - self.sample("resident", "memory", "none", threads)
@@ -109,6 +112,7 @@ def of_parts(results):
     return [
         Figure("filtered through the inline check", results.sample("check", "filtered"), "ns", 1, 1),
         Figure("each further null target", results.further_target(), "ns", 15, 8, 1),
+        Figure("recorder, over a null target", results.recorder(), "ns", 120, 70, 1),
         Figure("start to first message, over a program without the library", start, "ms", 0.8, 0.4),
         Figure("resident, over a program without the library, 1 thread", results.memory(1), "KiB", 500, 300, 0),
         Figure("the same, 64 threads", results.memory(64), "KiB", 800, 450, 0),

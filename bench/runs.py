@@ -67,6 +67,7 @@ def of_parts(peers, milliseconds, priority):
         ("launches",): launches,
         ("rewrite",): partial(measure, "costs", "rewrite", REWRITES, before=before),
         ("reloads",): partial(measure, "costs", "reloads", 10 * milliseconds),
+        ("recorder",): partial(measure, "costs", "recorder", milliseconds),
         ("dump", "libsorrel"): partial(measure, "dump_sorrel", milliseconds, "characters"),
     }
     if "spdlog" in peers:

@@ -1,8 +1,8 @@
 # What is built. Everything but the library itself is on only when this is the top-level project.
 option(SORREL_BUILD_TESTS "Build the tests (needs GoogleTest)" ${PROJECT_IS_TOP_LEVEL})
 option(SORREL_BUILD_BENCH "Build the benchmarks (needs Google Benchmark)" ${PROJECT_IS_TOP_LEVEL})
-option(SORREL_BUILD_TARGETS "Build the log targets (needs libfmt)" ${PROJECT_IS_TOP_LEVEL})
-option(SORREL_BUILD_TOOLS "Build the command-line tools (there are none yet)" ${PROJECT_IS_TOP_LEVEL})
+option(SORREL_BUILD_TARGETS "Build the log targets (needs libfmt and the header of xxhash)" ${PROJECT_IS_TOP_LEVEL})
+option(SORREL_BUILD_TOOLS "Build the command-line tools (needs CLI11, libfmt and the header of xxhash)" ${PROJECT_IS_TOP_LEVEL})
 option(SORREL_BUILD_EXAMPLES "Build the example programs" ${PROJECT_IS_TOP_LEVEL})
 option(SORREL_BUILD_FUZZERS "Build the fuzzers (needs clang's libFuzzer)" OFF)
 
@@ -36,4 +36,9 @@ endmacro()
 
 sorrel_part_needs(TESTS GTest)
 sorrel_part_needs(BENCH benchmark)
-sorrel_part_needs(TARGETS fmt)
+foreach(package fmt xxhash)
+    sorrel_part_needs(TARGETS ${package})
+endforeach()
+foreach(package fmt xxhash CLI11)
+    sorrel_part_needs(TOOLS ${package})
+endforeach()

@@ -16,6 +16,9 @@ void measureFiltered(double milliseconds);
 // A message to so many null targets, each from a library file of its own.
 void measureTargets(std::size_t count, double milliseconds);
 
+// A message to the recorder.
+void measureRecorder(double milliseconds);
+
 // Creating components, and finding one, while there are more and more.
 void measureComponents(std::size_t most);
 

@@ -21,6 +21,9 @@ const std::map<std::string, Part>& parts() {
     static const std::map<std::string, Part> all = {
         {"filtered", {1, [](const Numbers& with) { measureFiltered(with[0]); }}},
         {"targets", {2, [](const Numbers& with) { measureTargets(count(with[0]), with[1]); }}},
+#ifdef SORREL_BENCH_RECORDER
+        {"recorder", {1, [](const Numbers& with) { measureRecorder(with[0]); }}},
+#endif
         {"components", {1, [](const Numbers& with) { measureComponents(count(with[0])); }}},
         {"configuration", {1, [](const Numbers& with) { measureConfiguration(count(with[0])); }}},
         {"rewrite", {1, [](const Numbers& with) { measureRewrite(count(with[0])); }}},

@@ -46,6 +46,7 @@ inline std::vector<ContractTarget> contractTargets() {
         {"console", SORREL_TEST_TARGET_DIR "/sorrel-console.so", "stream=stdout"},
         {"file", SORREL_TEST_TARGET_DIR "/sorrel-file.so", "file={file}"},
         {"trace", SORREL_TEST_TARGET_DIR "/sorrel-trace.so", "file={file}-%p"},
+        {"recorder", SORREL_TEST_TARGET_DIR "/sorrel-recorder.so", "file={ring}"},
         {"syslog", SORREL_TEST_TARGET_DIR "/sorrel-syslog.so", "socket={socket}"},
         {"journal", SORREL_TEST_TARGET_DIR "/sorrel-journal.so", "socket={socket}"},
         {"minimal", SORREL_TEST_MINIMAL_TARGET, ""},

@@ -1,0 +1,10 @@
+# xxhash as a header alone, which is compiled into what includes it: xxhash::header-only
+find_path(XXHASH_INCLUDE_DIR xxhash.h)
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(xxhash REQUIRED_VARS XXHASH_INCLUDE_DIR)
+if(xxhash_FOUND AND NOT TARGET xxhash::header-only)
+    add_library(xxhash::header-only INTERFACE IMPORTED)
+    target_include_directories(xxhash::header-only INTERFACE ${XXHASH_INCLUDE_DIR})
+    target_compile_definitions(xxhash::header-only INTERFACE XXH_INLINE_ALL)
+endif()
+mark_as_advanced(XXHASH_INCLUDE_DIR)

@@ -1,0 +1,224 @@
+// The files of rings: their names, how they are made, and which of them may go.
+#ifndef SORREL_TARGETS_RECORDER_FILE_HPP
+#define SORREL_TARGETS_RECORDER_FILE_HPP
+
+#include "recorder_format.hpp"
+#include "recorder_process.hpp"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <fcntl.h>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace recorder {
+
+// A pattern of paths: %p stands for the process id, %a for the application's name, %% for a percent sign.
+class RingName {
+public:
+    // Throws std::invalid_argument for a '%' before anything else.
+    RingName(const std::string& pattern, const std::string& applicationName) {
+        for (std::string::size_type i = 0; i < pattern.size(); ++i) {
+            if (pattern[i] != '%') {
+                m_pattern += pattern[i];
+                continue;
+            }
+            ++i;
+            const char directive = i < pattern.size() ? pattern[i] : '\0';
+            if (directive == 'a') {
+                m_pattern += harmless(applicationName);
+            } else if (directive == 'p' || directive == '%') {
+                m_pattern += directive == 'p' ? kProcessId : '%';
+            } else {
+                throw std::invalid_argument("holds a % that is none of %p, %a and %%");
+            }
+        }
+    }
+
+    std::string pathFor(pid_t processId) const {
+        std::string path;
+        for (const char c : m_pattern) {
+            path += c == kProcessId ? std::to_string(processId) : std::string(1, c);
+        }
+        return path;
+    }
+
+    // Whether a file of the directory may have been made with this pattern, by any process.
+    bool matches(const std::string& fileName) const {
+        std::string::size_type at = 0;
+        for (std::string::size_type i = m_pattern.rfind('/') + 1; i < m_pattern.size(); ++i) {
+            if (m_pattern[i] == kProcessId) {
+                const std::string::size_type begin = at;
+                at = std::min(fileName.find_first_not_of(kDigits, at), fileName.size());
+                if (at == begin) {
+                    return false;
+                }
+            } else if (at >= fileName.size() || fileName[at++] != m_pattern[i]) {
+                return false;
+            }
+        }
+        const bool hasNumber = at + 1 < fileName.size() && fileName[at] == '.';
+        return at == fileName.size() || (hasNumber && fileName.find_first_not_of(kDigits, at + 1) == std::string::npos);
+    }
+
+private:
+    static constexpr char kProcessId = '\0';
+    static constexpr const char* kDigits = "0123456789";
+
+    // A name comes from anywhere; here it must stay the name of one file.
+    static std::string harmless(std::string name) {
+        for (char& c : name) {
+            const auto byte = static_cast<unsigned char>(c);
+            if (c == '/' || byte < 0x20 || byte == 0x7f) {
+                c = '_';
+            }
+        }
+        if (!name.empty() && name[0] == '.') {
+            name[0] = '_';
+        }
+        return name;
+    }
+
+    std::string m_pattern; // with kProcessId for %p
+};
+
+// A new file in memory. As long as this lives, its lock says so to processes for which the process id means another
+// one.
+class MappedFile {
+public:
+    // Throws std::system_error, whose text names the file. Nothing is left behind then.
+    MappedFile(const RingName& name, std::size_t size) : m_size(size) {
+        create(name.pathFor(getpid()));
+        try {
+            reserve();
+        } catch (const std::system_error&) {
+            unlink(m_path.c_str());
+            ::close(m_fd);
+            throw;
+        }
+    }
+    MappedFile(const MappedFile&) = delete;
+    MappedFile& operator=(const MappedFile&) = delete;
+    ~MappedFile() {
+        munmap(m_memory, m_size);
+        ::close(m_fd);
+    }
+
+    char* memory() const { return m_memory; }
+    std::size_t size() const { return m_size; }
+
+private:
+    [[noreturn]] void fail(int error, const char* what) const {
+        throw std::system_error(error, std::generic_category(), m_path + " " + what);
+    }
+
+    // What has the name already is left alone, whoever made it: the next one of NAME, NAME.1, NAME.2 is taken.
+    void create(const std::string& path) {
+        constexpr int kMostOfOneName = 1000;
+        constexpr mode_t kDirectoryMode = 0755;
+        const std::string directory = std::filesystem::path(path).parent_path();
+        if (!directory.empty()) {
+            mkdir(directory.c_str(), kDirectoryMode); // where it cannot be made, open says why
+        }
+        m_path = path;
+        for (int i = 1; (m_fd = open(m_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600)) == -1;
+             ++i) {
+            const int openErrno = errno;
+            struct stat status = {};
+            const bool isThere = openErrno == EEXIST && lstat(m_path.c_str(), &status) == 0;
+            if (isThere && !S_ISREG(status.st_mode)) {
+                fail(openErrno, S_ISLNK(status.st_mode) ? "is a symbolic link" : "is no file");
+            }
+            if (openErrno != EEXIST || i == kMostOfOneName) {
+                fail(openErrno, "cannot be created");
+            }
+            m_path = path + "." + std::to_string(i);
+        }
+        flock(m_fd, LOCK_EX | LOCK_NB);
+    }
+
+    // Afterwards no page has to be found any more: a file system that fills up later ends no process with SIGBUS.
+    void reserve() {
+        int error = EINTR;
+        while (error == EINTR) {
+            error = posix_fallocate(m_fd, 0, static_cast<off_t>(m_size));
+        }
+        if (error != 0) {
+            fail(error, "does not get its room");
+        }
+        void* const memory = mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_SHARED, m_fd, 0);
+        if (memory == MAP_FAILED) {
+            fail(errno, "cannot be mapped");
+        }
+        m_memory = static_cast<char*>(memory);
+        volatile char* const pages = m_memory;
+        constexpr std::size_t kSmallestPage = 4096;
+        for (std::size_t i = 0; i < m_size; i += kSmallestPage) {
+            pages[i] = 0;
+        }
+    }
+
+    const std::size_t m_size;
+    std::string m_path;
+    int m_fd = -1;
+    char* m_memory = nullptr;
+};
+
+// A ring that lies in the directory, made when `created` says.
+struct OldRing {
+    std::pair<std::int64_t, std::uint32_t> created;
+    std::filesystem::path path;
+};
+
+// Whether a file is a ring that nobody writes any more. Then says when it was made.
+inline bool isLeft(const std::filesystem::path& path, OldRing& ring) {
+    const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd == -1) {
+        return false;
+    }
+    char begin[header::kSize] = {};
+    const bool isRing = pread(fd, begin, sizeof begin, 0) == static_cast<ssize_t>(sizeof begin) &&
+                        std::memcmp(begin + header::kMagicAt, kMagic, kMagicSize) == 0 &&
+                        load<std::uint32_t>(begin + header::kChecksumAt) == headerChecksum(begin);
+    const bool isUnlocked = isRing && flock(fd, LOCK_EX | LOCK_NB) == 0; // never before its process has locked it
+    ::close(fd);
+    if (!isUnlocked) {
+        return false;
+    }
+    ring.created = {load<std::int64_t>(begin + header::kSecondsAt),
+                    load<std::uint32_t>(begin + header::kMicrosecondsAt)};
+    ring.path = path;
+    return true;
+}
+
+// Removes the rings of a pattern that nobody writes any more, but for the newest ones.
+inline void removeOldRings(const RingName& name, std::size_t keep) {
+    std::vector<OldRing> rings;
+    std::error_code error;
+    const std::filesystem::path directory = std::filesystem::path(name.pathFor(getpid())).parent_path();
+    for (std::filesystem::directory_iterator entry(directory.empty() ? "." : directory, error), end;
+         !error && entry != end; entry.increment(error)) {
+        OldRing ring;
+        if (name.matches(entry->path().filename()) && isLeft(entry->path(), ring)) {
+            rings.push_back(std::move(ring));
+        }
+    }
+    std::sort(rings.begin(), rings.end(), [](const OldRing& a, const OldRing& b) { return a.created > b.created; });
+    for (std::size_t i = keep; i < rings.size(); ++i) {
+        unlink(rings[i].path.c_str());
+    }
+}
+
+} // namespace recorder
+
+#endif // SORREL_TARGETS_RECORDER_FILE_HPP

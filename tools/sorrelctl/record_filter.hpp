@@ -1,0 +1,75 @@
+// Which messages of a ring are wanted.
+#ifndef SORREL_TOOLS_RECORD_FILTER_HPP
+#define SORREL_TOOLS_RECORD_FILTER_HPP
+
+#include "ring_reader.hpp"
+
+#include <sorrel/level_set.hpp>
+#include <sorrel/target_library.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <regex.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sorrelctl {
+
+// A regular expression as `grep -E` takes it. Throws std::invalid_argument for what is none.
+class Regex {
+public:
+    explicit Regex(const std::string& expression);
+    bool isFoundIn(std::string_view text) const;
+
+private:
+    struct Free {
+        void operator()(regex_t* compiled) const {
+            regfree(compiled);
+            delete compiled;
+        }
+    };
+    std::unique_ptr<regex_t, Free> m_compiled;
+};
+
+// A moment, as people write it. Throws std::invalid_argument for what is none.
+class Since {
+public:
+    // "90s", "5m", "2h", "1d": before the newest message; "2024-02-29 13:04:05.5", "2024-02-29 13:04", "2024-02-29":
+    // local time; "@1709211845": seconds since 1970.
+    explicit Since(const std::string& words);
+
+    // In microseconds since 1970.
+    std::int64_t moment(std::int64_t newest) const {
+        return m_isBeforeNewest ? newest - m_microseconds : m_microseconds;
+    }
+
+private:
+    bool m_isBeforeNewest = false;
+    std::int64_t m_microseconds = 0;
+};
+
+// What is not set chooses everything.
+struct RecordFilter {
+    std::optional<sorrel::LevelSet> levels;
+    std::optional<sorrel::ComponentSet> components;
+    std::optional<sorrel::ComponentSet> threads;
+    std::optional<sorrel::ComponentSet> functions;
+    std::optional<Regex> text;
+    std::optional<Since> since;
+    std::optional<std::size_t> last;
+
+    std::vector<Record> choose(const std::vector<Record>& records);
+
+private:
+    bool isWanted(const Record& record);
+};
+
+// When a message was logged, in microseconds since 1970.
+std::int64_t momentOf(const Record& record);
+
+} // namespace sorrelctl
+
+#endif // SORREL_TOOLS_RECORD_FILTER_HPP

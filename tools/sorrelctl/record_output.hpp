@@ -1,0 +1,43 @@
+// Messages of rings as text, as JSON lines, and as a trace for viewers.
+#ifndef SORREL_TOOLS_RECORD_OUTPUT_HPP
+#define SORREL_TOOLS_RECORD_OUTPUT_HPP
+
+#include "ring_reader.hpp"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace sorrelctl {
+
+enum class Format { Text, Json, Trace };
+
+class RecordOutput {
+public:
+    RecordOutput() = default;
+    RecordOutput(const RecordOutput&) = delete;
+    RecordOutput& operator=(const RecordOutput&) = delete;
+    virtual ~RecordOutput() = default;
+
+    // Appends the messages of one file to `out`.
+    virtual void write(std::string& out, const Ring& ring, const std::vector<Record>& records) = 0;
+
+    // Appends what belongs behind all files.
+    virtual void finish(std::string& out) { static_cast<void>(out); }
+};
+
+std::unique_ptr<RecordOutput> makeOutput(Format format);
+
+// A trace of Chrome's event format: traced functions as spans, other messages as instants.
+std::unique_ptr<RecordOutput> makeTraceOutput();
+
+// What is known about a ring besides its messages, lines that begin with "# "; with the component table when wanted.
+void appendInfo(std::string& out, const std::string& path, const Ring& ring, bool withComponents);
+
+// "INFO", or the number of a level without a name.
+std::string levelText(int numeric);
+
+} // namespace sorrelctl
+
+#endif // SORREL_TOOLS_RECORD_OUTPUT_HPP
