@@ -34,10 +34,15 @@ protected:
     DatagramService m_service{m_directory.file("socket")};
 };
 
+std::string nameOf(const testing::TestParamInfo<const char*>& test) {
+    constexpr const char* kNames[] = {"journal", "syslog", "syslog5424"};
+    return kNames[test.index];
+}
+
 } // namespace
 
 INSTANTIATE_TEST_SUITE_P(Of, ServiceAllocations,
-                         testing::Values("journal, wait=0", "syslog, wait=0", "syslog, format=5424"));
+                         testing::Values("journal, wait=0", "syslog, wait=0", "syslog, format=5424"), nameOf);
 
 TEST_P(ServiceAllocations, AMessageNeedsNoneOnceALongerOneHasBeenSaid) {
     if (!replacedNew::kActive) {
@@ -60,15 +65,18 @@ TEST_P(ServiceAllocations, AMessageNeedsNoneOnceALongerOneHasBeenSaid) {
 
 TEST_P(ServiceAllocations, NoneIsLeftOfTargetsThatAreUnloaded) {
     LoadedTarget target(m_directory, "/no.so", "");
-    for (int i = 0; i < 20; ++i) { // until the loader and the allocator have all that they keep
+    for (int i = 0; i < 20; ++i) { // until the loader has all that it keeps
         allocatedAfterRound(target);
     }
     const std::size_t before = allocatedAfterRound(target);
     if (before == 0) {
         GTEST_SKIP() << "the sanitizer's allocator does not tell";
     }
-    for (int i = 0; i < 100; ++i) {
-        allocatedAfterRound(target);
+    constexpr std::size_t kRounds = 100;
+    constexpr std::size_t kSmallestChunk = 4 * sizeof(std::size_t);
+    std::size_t after = 0;
+    for (std::size_t i = 0; i < kRounds; ++i) {
+        after = allocatedAfterRound(target);
     }
-    EXPECT_LE(allocatedAfterRound(target), before);
+    EXPECT_LT(after, before + kRounds * kSmallestChunk); // the allocator counts some of what it keeps for itself
 }
