@@ -25,7 +25,7 @@ protected:
     void round() {
         loadIt();
         EXPECT_TRUE(isLibraryOpen(GetParam().library));
-        logMany(kMessages);
+        logMany(SORREL_TEST_ROUND_MESSAGES);
         unload();
     }
 
