@@ -25,7 +25,7 @@ protected:
     void round() {
         loadIt();
         EXPECT_TRUE(isLibraryOpen(GetParam().library));
-        logMany(kMessages);
+        logMany(SORREL_TEST_ROUND_MESSAGES);
         unload();
     }
 
@@ -195,6 +195,7 @@ TEST_P(TargetContract, AParameterThatIsWrongRefusesIt) {
 TEST_P(TargetContract, EightThreadsMayLog) {
     loadIt();
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([this, i] {
             for (int k = 0; k < kMessages / 2; ++k) {
