@@ -17,8 +17,8 @@
 
 namespace {
 
-constexpr std::size_t kBufferBytes = 64 * 1024;
-constexpr std::size_t kLongLine = 16 * 1024;
+constexpr std::size_t kBufferBytes = 65536;
+constexpr std::size_t kLongLine = 16384;
 
 enum class Format { Text, Json };
 
