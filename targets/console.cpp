@@ -47,7 +47,7 @@ public:
           m_time(parameters.choice(
               "time", Time::Unset,
               {{"clock", Time::Clock}, {"iso", Time::Iso}, {"relative", Time::Relative}, {"none", Time::None}})) {
-        constexpr std::size_t kLongLine = 16 * 1024;
+        constexpr std::size_t kLongLine = 16384;
         m_line.reserve(kLongLine);
     }
 

@@ -17,8 +17,8 @@
 
 namespace {
 
-constexpr std::size_t kBufferBytes = 64 * 1024;
-constexpr std::size_t kLongLine = 16 * 1024;
+constexpr std::size_t kBufferBytes = 65536;
+constexpr std::size_t kLongLine = 16384;
 
 enum class Format { Text, Json };
 
@@ -48,7 +48,7 @@ public:
     explicit FileTarget(sorrel::TargetParameters& parameters)
         : MessageTarget(parameters), m_path(parameters.text("file")),
           m_file(m_path, modeFrom(parameters), parameters.bytes("max_size", 0),
-                 parameters.number("max_files", 5, 1, 999)),
+                 parameters.number("max_files", 5, 1, 999), parameters.number("wait", 30, 0, 60000)),
           m_format(parameters.choice("format", Format::Text, {{"text", Format::Text}, {"json", Format::Json}})),
           m_flushLevel(flushLevelFrom(parameters)),
           m_time(m_format == Format::Text ? "%F %T" : "%FT%T", m_format == Format::Text ? " " : "%z") {

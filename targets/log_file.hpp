@@ -19,9 +19,10 @@ namespace {
 // still has its name. Without a limit nobody renames here, and nobody locks: a write in append mode is atomic.
 class LogFile {
 public:
-    // No size but 0 is exceeded, unless by a single line. `count` older files are kept.
-    LogFile(const std::string& path, mode_t mode, off_t maxSize, int count)
-        : m_names{path}, m_mode(mode), m_maxSize(maxSize) {
+    // No size but 0 is exceeded, unless by a single line. `count` older files are kept. `wait` is for the lock, in
+    // milliseconds.
+    LogFile(const std::string& path, mode_t mode, off_t maxSize, int count, int wait)
+        : m_names{path}, m_mode(mode), m_maxSize(maxSize), m_tries(wait * kTriesInAMillisecond) {
         for (int number = 1; number <= count; ++number) {
             m_names.push_back(path + "." + std::to_string(number));
         }
@@ -130,13 +131,12 @@ private:
     // Another process may be stopped while it has the lock. It is waited for once, until the lock can be had again; in
     // between lines are written without it, rather exceeding the limit than losing them.
     bool waitForLock() {
-        constexpr int kTries = 500;
-        constexpr timespec kPause = {0, 100000};
+        constexpr timespec kPause = {0, 1000000 / kTriesInAMillisecond};
         while (flock(m_fd, LOCK_EX | LOCK_NB) == -1) {
             if (errno != EWOULDBLOCK) {
                 return true; // file systems without locks
             }
-            if (++m_refusals > kTries) {
+            if (++m_refusals > m_tries) {
                 return false;
             }
             nanosleep(&kPause, nullptr);
@@ -201,9 +201,12 @@ private:
         }
     }
 
+    static constexpr int kTriesInAMillisecond = 10;
+
     std::vector<std::string> m_names; // the newest file comes first
     const mode_t m_mode;
     const off_t m_maxSize;
+    const int m_tries; // to get the lock
     int m_fd = -1;
     struct stat m_status = {}; // of the open file
     bool m_isTorn = false;     // the file ends in the middle of a line

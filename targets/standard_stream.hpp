@@ -82,17 +82,9 @@ public:
     // Sees where the stream leads, for the process may redirect it. Looks only once in a second of `seconds` while that
     // is a file.
     void look(long long seconds) {
-        struct stat now = {};
-        if ((m_isFile && seconds == m_seconds) || fstat(m_fd, &now) == -1) {
-            return;
-        }
-        m_seconds = seconds;
-        if (now.st_dev != m_status.st_dev || now.st_ino != m_status.st_ino) {
-            m_status = now;
-            m_isTorn = false;
-            m_isTerminal = S_ISCHR(now.st_mode) && isatty(m_fd) == 1;
-            m_isFile = !m_isTerminal && !S_ISFIFO(now.st_mode) && !S_ISSOCK(now.st_mode);
-            m_isJournal = m_journal == std::to_string(now.st_dev) + ":" + std::to_string(now.st_ino);
+        if (!m_isFile || seconds != m_seconds) {
+            m_seconds = seconds;
+            lookNow();
         }
     }
 
@@ -113,6 +105,17 @@ public:
     }
 
 private:
+    void lookNow() {
+        struct stat now = {};
+        if (fstat(m_fd, &now) == 0 && (now.st_dev != m_status.st_dev || now.st_ino != m_status.st_ino)) {
+            m_status = now;
+            m_isTorn = false;
+            m_isTerminal = S_ISCHR(now.st_mode) && isatty(m_fd) == 1;
+            m_isFile = !m_isTerminal && !S_ISFIFO(now.st_mode) && !S_ISSOCK(now.st_mode);
+            m_isJournal = m_journal == std::to_string(now.st_dev) + ":" + std::to_string(now.st_ino);
+        }
+    }
+
     int writeToFile(const std::string& line, std::size_t& done) const {
         while (done < line.size()) {
             const ssize_t count = ::write(m_fd, line.data() + done, line.size() - done);

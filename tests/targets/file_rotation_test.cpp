@@ -154,11 +154,11 @@ TEST_F(FileRotation, ABufferIsSharedOutOverSeveralFiles) {
 }
 
 TEST_F(FileRotation, TwoProcessesLoseNothing) {
-    expectTwoProcessesToShareFiles("max_size=5k,max_files=999", 5 * 1024);
+    expectTwoProcessesToShareFiles("max_size=5k,max_files=999,wait=30000", 5 * 1024);
 }
 
 TEST_F(FileRotation, TwoProcessesWithBuffersLoseNothing) {
-    expectTwoProcessesToShareFiles("max_size=5k,max_files=999,flush=err", 5 * 1024);
+    expectTwoProcessesToShareFiles("max_size=5k,max_files=999,wait=30000,flush=err", 5 * 1024);
 }
 
 TEST_F(FileRotation, TwoProcessesWithoutALimitTearNoLine) {
