@@ -29,7 +29,7 @@ public:
 
 private:
     void workOut() {
-        const auto time = static_cast<std::time_t>(m_seconds);
+        const std::time_t time = m_seconds;
         std::tm parts = {};
         localtime_r(&time, &parts);
         char buffer[64];
