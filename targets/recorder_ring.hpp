@@ -48,7 +48,7 @@ public:
         publish(m_memory + header::kNameLengthAt, std::uint32_t{0});
         std::atomic_thread_fence(std::memory_order_seq_cst); // nothing of the name before the zero
         const std::size_t length = std::min(name.size(), header::kNameSize);
-        std::memcpy(m_memory + header::kNameAt, name.data(), length);
+        std::copy_n(name.data(), length, m_memory + header::kNameAt);
         publish(m_memory + header::kNameLengthAt, inFourBytes(length));
     }
 
@@ -172,7 +172,7 @@ private:
             return nullptr;
         }
         const std::size_t length = std::min(name.size(), component::kNameSize);
-        std::memcpy(entry + component::kNameAt, name.data(), length);
+        std::copy_n(name.data(), length, entry + component::kNameAt);
         publish(entry + component::kNameLengthAt, inFourBytes(length));
         return entry;
     }
