@@ -90,6 +90,11 @@ constexpr std::size_t alignedSize(std::size_t size) {
     return (size + record::kAlignment - 1) / record::kAlignment * record::kAlignment;
 }
 
+// A size as four bytes hold it. Nothing in a ring is larger.
+constexpr std::uint32_t inFourBytes(std::size_t size) {
+    return size & 0xffffffffU;
+}
+
 // The bytes of a number from the least significant one on, as a number of this machine; and the other way round.
 template <typename Number>
 Number littleEndian(Number number) {

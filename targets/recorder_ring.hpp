@@ -32,7 +32,7 @@ public:
     // Throws std::system_error when there is no room, no right, ...
     Ring(const RingName& name, std::size_t size) : m_file(name, size), m_memory(m_file.memory()) {
         constexpr std::size_t kShareOfComponents = 16; // of the file
-        m_capacity = static_cast<std::uint32_t>(size / kShareOfComponents / component::kSize);
+        m_capacity = inFourBytes(size / kShareOfComponents / component::kSize);
         const std::size_t ringOffset = header::kSize + m_capacity * component::kSize;
         m_ring = m_memory + ringOffset;
         m_ringSize = size - ringOffset;
@@ -48,8 +48,8 @@ public:
         publish(m_memory + header::kNameLengthAt, std::uint32_t{0});
         std::atomic_thread_fence(std::memory_order_seq_cst); // nothing of the name before the zero
         const std::size_t length = std::min(name.size(), header::kNameSize);
-        std::memcpy(m_memory + header::kNameAt, name.data(), length);
-        publish(m_memory + header::kNameLengthAt, static_cast<std::uint32_t>(length));
+        std::copy_n(name.data(), length, m_memory + header::kNameAt);
+        publish(m_memory + header::kNameLengthAt, inFourBytes(length));
     }
 
     void announce(const sorrel_component& announced) {
@@ -88,7 +88,7 @@ public:
         store(start + record::kSequenceAt, m_messages + 1);
         std::atomic_signal_fence(std::memory_order_seq_cst); // from here on the old record is not taken for whole
         store(start + space - record::kAlignment, std::uint64_t{0});
-        store(start + record::kSizeAt, static_cast<std::uint32_t>(size));
+        store(start + record::kSizeAt, inFourBytes(size));
         store<std::int64_t>(start + record::kSecondsAt, message.seconds);
         store<std::int32_t>(start + record::kMicrosecondsAt, message.microseconds);
         store<std::int32_t>(start + record::kLevelAt, message.level.numeric);
@@ -119,17 +119,17 @@ private:
         gettimeofday(&now, nullptr);
         const std::string boot = bootId();
         store(m_memory + header::kVersionAt, kVersion);
-        store(m_memory + header::kHeaderSizeAt, static_cast<std::uint32_t>(header::kSize));
-        store(m_memory + header::kComponentSizeAt, static_cast<std::uint32_t>(component::kSize));
+        store(m_memory + header::kHeaderSizeAt, inFourBytes(header::kSize));
+        store(m_memory + header::kComponentSizeAt, inFourBytes(component::kSize));
         store(m_memory + header::kComponentCapacityAt, m_capacity);
-        store(m_memory + header::kRingOffsetAt, static_cast<std::uint32_t>(ringOffset));
+        store(m_memory + header::kRingOffsetAt, inFourBytes(ringOffset));
         store<std::uint64_t>(m_memory + header::kRingSizeAt, m_ringSize);
         store(m_memory + header::kSeedAt, m_seed);
         store<std::int32_t>(m_memory + header::kProcessIdAt, getpid());
         store(m_memory + header::kStartTimeAt, startTimeOf(getpid()));
         store<std::int64_t>(m_memory + header::kSecondsAt, now.tv_sec);
         store(m_memory + header::kMicrosecondsAt, static_cast<std::uint32_t>(now.tv_usec));
-        store(m_memory + header::kAddressSizeAt, static_cast<std::uint32_t>(sizeof(void*)));
+        store(m_memory + header::kAddressSizeAt, inFourBytes(sizeof(void*)));
         std::memcpy(m_memory + header::kBootIdAt, boot.data(), std::min(boot.size(), header::kBootIdSize));
         store(m_memory + header::kStateAt, header::kInUse);
         store(m_memory + header::kChecksumAt, headerChecksum(m_memory));
@@ -172,8 +172,8 @@ private:
             return nullptr;
         }
         const std::size_t length = std::min(name.size(), component::kNameSize);
-        std::memcpy(entry + component::kNameAt, name.data(), length);
-        publish(entry + component::kNameLengthAt, static_cast<std::uint32_t>(length));
+        std::copy_n(name.data(), length, entry + component::kNameAt);
+        publish(entry + component::kNameLengthAt, inFourBytes(length));
         return entry;
     }
 

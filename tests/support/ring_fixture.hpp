@@ -49,8 +49,8 @@ protected:
 
     // What a numbered message says: texts of many lengths.
     static std::string numbered(std::uint64_t number) {
-        constexpr std::uint64_t kLengths = 331;
-        return std::to_string(number) + " " + std::string(number * 7919 % kLengths, '-') + "|";
+        constexpr std::uint64_t kLongest = 0x1ff;
+        return std::to_string(number) + " " + std::string(number * 7919 & kLongest, '-') + "|";
     }
 
     // Whether these are numbered messages with nothing missing between them, and the sequence numbers are theirs.

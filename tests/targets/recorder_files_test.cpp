@@ -5,10 +5,17 @@
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <set>
+#include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <thread>
+#include <vector>
 
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -3,6 +3,8 @@
 #include "ring_fixture.hpp"
 
 #include <gmock/gmock.h>
+#include <string>
+#include <vector>
 
 using sorrelctl::readFile;
 using sorrelctl::readRing;

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <sstream>
 
 using testing::ElementsAre;
