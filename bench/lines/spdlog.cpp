@@ -1,6 +1,6 @@
-// spdlog's basic file sink for many threads. "buffered" and "always" write the same lines as our file target, but for the
-// thread, which is a number here; "buffered-own" and "always-own" have spdlog's own pattern, which it handles best and
-// which is shorter.
+// spdlog's basic file sink for many threads. "buffered" and "always" write the same lines as our file target, but for
+// the thread, which is a number here; "buffered-own" and "always-own" have spdlog's own pattern, which it handles best
+// and which is shorter.
 #include "line_peer.hpp"
 
 #include <memory>
