@@ -1,8 +1,8 @@
-// Ring files, beside an oracle that was written from docs/RECORDER_FORMAT.md: the run of messages, what lies before it, the
-// torn one. Then all that sorrelctl writes about them.
+// Ring files, beside an oracle that was written from docs/RECORDER_FORMAT.md: the run of messages, what lies before it,
+// the torn one. Then all that sorrelctl writes about them.
 //
-// The first byte of an input says whether the rest is the file as it stands (0), or whether magic, version and checksums
-// are put in, which no fuzzer finds by itself.
+// The first byte of an input says whether the rest is the file as it stands (0), or whether magic, version and
+// checksums are put in, which no fuzzer finds by itself.
 #include <sorrelctl/record_filter.hpp>
 #include <sorrelctl/record_output.hpp>
 #include <sorrelctl/ring_reader.hpp>

@@ -217,3 +217,14 @@ TEST_F(RecorderFormat, TheRecorderWritesThisFormat) {
     EXPECT_EQ(textAt(bytes, record + 56, 16), std::string("mainnetpolltext") + '\0');
     EXPECT_EQ(numberAt(bytes, record + 72 + 8, 8), 2U) << "the next record begins behind 8 bytes and 8 more";
 }
+
+TEST_F(RecorderFormat, RecordsAreFilledUpWithZeros) {
+    const Container container = openSmall("ring");
+    for (int i = 0; i < 20; ++i) { // more than a lap
+        log(*container, std::string(4095, 'x'));
+    }
+    log(*container, "text");
+    const std::vector<char> bytes = readFile(path("ring"));
+    const std::string file(bytes.begin(), bytes.end());
+    EXPECT_EQ(file.substr(file.find("mainnettext"), 16), "mainnettext" + std::string(5, '\0'));
+}
