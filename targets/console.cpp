@@ -68,7 +68,7 @@ private:
         } else {
             log_line::appendLevelColumn(m_line, message.level.numeric);
         }
-        log_line::appendRest(m_line, message);
+        log_line::appendRest(m_line, log_line::lineOf(message));
         return m_stream.write(m_line);
     }
 

@@ -3,8 +3,6 @@
 // channel says why.
 #include "log_file.hpp"
 #include "log_line.hpp"
-#include "text.hpp"
-#include "timestamp.hpp"
 
 #include <sorrel/target_library.hpp>
 
@@ -50,8 +48,7 @@ public:
           m_file(m_path, modeFrom(parameters), parameters.bytes("max_size", 0),
                  parameters.number("max_files", 5, 1, 999), parameters.number("wait", 30, 0, 60000)),
           m_format(parameters.choice("format", Format::Text, {{"text", Format::Text}, {"json", Format::Json}})),
-          m_flushLevel(flushLevelFrom(parameters)),
-          m_time(m_format == Format::Text ? "%F %T" : "%FT%T", m_format == Format::Text ? " " : "%z") {
+          m_flushLevel(flushLevelFrom(parameters)) {
         const int error = m_file.open();
         if (error != 0) {
             sorrel::TargetParameters::refuse("file", m_path,
@@ -125,39 +122,18 @@ private:
 
     void appendLine(const sorrel::Message& message) {
         if (m_format == Format::Json) {
-            appendJsonLine(message);
-            return;
+            m_jsonLines.append(m_lines, log_line::lineOf(message));
+        } else {
+            m_textLines.append(m_lines, log_line::lineOf(message));
         }
-        m_time.append(m_lines, message.seconds, message.microseconds);
-        log_line::appendLevelColumn(m_lines, message.level.numeric);
-        log_line::appendRest(m_lines, message);
-    }
-
-    void appendJsonLine(const sorrel::Message& message) {
-        m_lines += "{\"time\":\"";
-        m_time.append(m_lines, message.seconds, message.microseconds);
-        m_lines += "\",\"pid\":";
-        text::appendNumber(m_lines, message.processId);
-        m_lines += ",\"thread\":";
-        text::appendJson(m_lines, message.threadName);
-        m_lines += ",\"level\":\"";
-        log_line::appendLevel(m_lines, message.level.numeric);
-        m_lines += "\",\"component\":";
-        text::appendJson(m_lines, message.componentName);
-        m_lines += ",\"depth\":";
-        text::appendNumber(m_lines, message.depth);
-        m_lines += ",\"function\":";
-        text::appendJson(m_lines, message.functionName);
-        m_lines += ",\"text\":";
-        text::appendJson(m_lines, message.text);
-        m_lines += "}\n";
     }
 
     const std::string m_path;
     LogFile m_file;
     const Format m_format;
     const int m_flushLevel;
-    Timestamp m_time;
+    log_line::TextLines m_textLines;
+    log_line::JsonLines m_jsonLines;
     std::string m_lines;    // not yet written
     Time m_oldest = {0, 0}; // of them
     bool m_isFull = false;  // and cannot be written either

@@ -3,26 +3,14 @@
 // memfd.
 #include "service_target.hpp"
 #include "text.hpp"
+#include "thread_id.hpp"
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 
 namespace {
-
-// The calling thread's id. Kept, for it costs a system call; a forked child's first thread has another one than the
-// thread that it comes from.
-int threadId(int processId) {
-    thread_local int keptFor = 0;
-    thread_local int kept = 0;
-    if (keptFor != processId) {
-        keptFor = processId;
-        kept = gettid();
-    }
-    return kept;
-}
 
 class JournalTarget final : public ServiceTarget {
 public:
@@ -37,7 +25,7 @@ private:
         appendNumber("PRIORITY=", message.priority());
         append("SYSLOG_IDENTIFIER=", ident());
         appendNumber("SYSLOG_PID=", message.processId);
-        appendNumber("TID=", threadId(message.processId));
+        appendNumber("TID=", threadIdIn(message.processId));
         if (!message.functionName.empty()) {
             append("CODE_FUNC=", message.functionName);
         }

@@ -1,10 +1,11 @@
-// One message as one line, for the targets that write lines. All functions append.
+// One message as one line, for all that write such lines. All functions append.
 #ifndef SORREL_TARGETS_LOG_LINE_HPP
 #define SORREL_TARGETS_LOG_LINE_HPP
 
 #include "text.hpp"
+#include "timestamp.hpp"
 
-#include <sorrel/target_library.hpp>
+#include <sorrel/level_set.hpp>
 
 #include <algorithm>
 #include <cstddef>
@@ -13,6 +14,25 @@
 #include <string_view>
 
 namespace log_line {
+
+struct Line {
+    long long seconds;
+    int microseconds;
+    int processId;
+    int depth;
+    int level;
+    std::string_view thread;
+    std::string_view component;
+    std::string_view function;
+    std::string_view text;
+};
+
+// Valid as long as the message.
+template <typename Message>
+Line lineOf(const Message& message) {
+    return {message.seconds,    message.microseconds,  message.processId,    message.depth, message.level.numeric,
+            message.threadName, message.componentName, message.functionName, message.text};
+}
 
 // "INFO"; levels without a name are shown as their number.
 inline void appendLevel(std::string& out, int numeric) {
@@ -54,23 +74,63 @@ inline void appendLevelColumn(std::string& out, int numeric) {
 
 // What stands behind the level: "COMPONENT THREAD [FUNCTION] TEXT" and a line feed. Traced functions indent what they
 // log.
-inline void appendRest(std::string& out, const sorrel::Message& message) {
+inline void appendRest(std::string& out, const Line& line) {
     constexpr std::size_t kComponentWidth = 8;
     constexpr std::size_t kThreadWidth = 10;
     constexpr std::size_t kIndent = 2;
-    appendColumn<kComponentWidth>(out, message.componentName);
-    appendColumn<kThreadWidth>(out, message.threadName);
-    if (message.depth > 0) {
-        out.append(static_cast<std::size_t>(message.depth) * kIndent, ' ');
+    appendColumn<kComponentWidth>(out, line.component);
+    appendColumn<kThreadWidth>(out, line.thread);
+    if (line.depth > 0) {
+        out.append(static_cast<std::size_t>(line.depth) * kIndent, ' ');
     }
-    if (!message.functionName.empty()) {
+    if (!line.function.empty()) {
         out += '[';
-        text::appendVisible(out, message.functionName);
+        text::appendVisible(out, line.function);
         out += "] ";
     }
-    text::appendVisible(out, message.text);
+    text::appendVisible(out, line.text);
     out += '\n';
 }
+
+// "2024-02-29 13:04:05.000042 INFO   net      main       [poll] hello" and a line feed.
+class TextLines {
+public:
+    void append(std::string& out, const Line& line) {
+        m_time.append(out, line.seconds, line.microseconds);
+        appendLevelColumn(out, line.level);
+        appendRest(out, line);
+    }
+
+private:
+    Timestamp m_time{"%F %T", " "};
+};
+
+// A JSON object and a line feed.
+class JsonLines {
+public:
+    void append(std::string& out, const Line& line) {
+        out += "{\"time\":\"";
+        m_time.append(out, line.seconds, line.microseconds);
+        out += "\",\"pid\":";
+        text::appendNumber(out, line.processId);
+        out += ",\"thread\":";
+        text::appendJson(out, line.thread);
+        out += ",\"level\":\"";
+        appendLevel(out, line.level);
+        out += "\",\"component\":";
+        text::appendJson(out, line.component);
+        out += ",\"depth\":";
+        text::appendNumber(out, line.depth);
+        out += ",\"function\":";
+        text::appendJson(out, line.function);
+        out += ",\"text\":";
+        text::appendJson(out, line.text);
+        out += "}\n";
+    }
+
+private:
+    Timestamp m_time{"%FT%T", "%z"};
+};
 
 } // namespace log_line
 

@@ -1,6 +1,7 @@
 // Keeps the last messages in a mapped file that survives the process, however that ends. No message costs a system
 // call.
 #include "recorder_ring.hpp"
+#include "thread_id.hpp"
 
 #include <sorrel/target_library.hpp>
 
@@ -16,19 +17,6 @@
 #include <utility>
 
 namespace {
-
-// The id of the calling thread, asked for once, and once more in the child of a process.
-std::uint32_t threadId(int processId) {
-    struct Known {
-        int processId;
-        pid_t threadId;
-    };
-    thread_local Known known = {0, 0};
-    if (known.processId != processId) {
-        known = {processId, gettid()};
-    }
-    return static_cast<std::uint32_t>(known.threadId);
-}
 
 class RecorderTarget final : public sorrel::MessageTarget {
 public:
@@ -101,7 +89,7 @@ private:
         if ((message.processId != m_processId || m_ring == nullptr) && !isReadyFor(getpid())) {
             return m_error;
         }
-        m_ring->write(message, threadId(m_processId));
+        m_ring->write(message, static_cast<std::uint32_t>(threadIdIn(m_processId)));
         return 0;
     }
 

@@ -2,12 +2,12 @@
 // file=/tmp/trace-%p.json`. Functions that are entered and left become slices, all other messages marks, on a track for
 // each thread.
 #include "text.hpp"
+#include "thread_id.hpp"
 #include "trace_file.hpp"
 
 #include <sorrel/target_library.hpp>
 
 #include <cerrno>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -19,21 +19,6 @@
 #include <vector>
 
 namespace {
-
-// The calling thread, as the kernel numbers it: asked for once a thread, and again in a fork child, which inherits what
-// its parent knew. It has no destructor, which would keep the library mapped as long as the thread lives.
-struct CallingThread {
-    int processId;
-    int threadId;
-};
-thread_local CallingThread callingThread = {0, 0};
-
-int threadIdIn(int processId) {
-    if (callingThread.processId != processId) {
-        callingThread = {processId, gettid()};
-    }
-    return callingThread.threadId;
-}
 
 // Two processes never write one file: where the pattern has no %p, the process id is appended.
 std::string pathFor(int processId, const std::string& pattern) {
@@ -221,9 +206,8 @@ private:
     }
 
     void appendNumber(const char* key, long long value) {
-        char digits[24];
         m_events += key;
-        m_events.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+        text::appendNumber(m_events, value);
     }
 
     // In microseconds since 1970. When the clock is set back, the trace goes on as if it had not been.

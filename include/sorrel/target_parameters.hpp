@@ -173,10 +173,14 @@ private:
                 continue;
             }
             if (equals == 0 || equals == std::string::npos) {
-                throw Error(path + ":" + std::to_string(number) + ": \"" + line + "\" is not NAME=VALUE");
+                refuseLine(path, number, line);
             }
             m_given.emplace(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
         }
+    }
+
+    [[noreturn]] static void refuseLine(const std::string& path, int number, const std::string& line) {
+        throw Error(path + ":" + std::to_string(number) + ": \"" + line + "\" is not NAME=VALUE");
     }
 
     static std::string trimmed(const std::string& text) {

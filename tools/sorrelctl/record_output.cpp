@@ -1,10 +1,9 @@
 // Lines of text and of JSON, in the forms that the file target writes; and what is known about a ring.
 #include "record_output.hpp"
 
+#include "log_line.hpp"
 #include "text.hpp"
 #include "timestamp.hpp"
-
-#include <sorrel/level_set.hpp>
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -20,48 +19,34 @@ std::string visible(std::string_view text) {
     return shown;
 }
 
+log_line::Line lineOf(const Record& record, int depth) {
+    return {record.seconds, record.microseconds, record.processId, depth,      record.level,
+            record.thread,  record.component,    record.function,  record.text};
+}
+
 class TextOutput final : public RecordOutput {
 public:
     void write(std::string& out, const Ring& /*ring*/, const std::vector<Record>& records) override {
         constexpr std::int32_t kDeepest = 100; // a damaged depth must not fill the screen
-        constexpr std::int32_t kIndent = 2;
         for (const Record& record : records) {
-            m_time.append(out, record.seconds, record.microseconds);
-            fmt::format_to(std::back_inserter(out), " {:<6} {:<8} {:<10} {:{}}", levelText(record.level),
-                           visible(record.component), visible(record.thread), "",
-                           std::clamp(record.depth, 0, kDeepest) * kIndent);
-            if (!record.function.empty()) {
-                out += "[" + visible(record.function) + "] ";
-            }
-            text::appendVisible(out, record.text);
-            out += '\n';
+            m_lines.append(out, lineOf(record, std::min(record.depth, kDeepest)));
         }
     }
 
 private:
-    Timestamp m_time{"%F %T"};
+    log_line::TextLines m_lines;
 };
 
 class JsonOutput final : public RecordOutput {
 public:
     void write(std::string& out, const Ring& /*ring*/, const std::vector<Record>& records) override {
         for (const Record& record : records) {
-            out += "{\"time\":\"";
-            m_time.append(out, record.seconds, record.microseconds);
-            out += "\",\"pid\":" + std::to_string(record.processId) + ",\"thread\":";
-            text::appendJson(out, record.thread);
-            out += ",\"level\":\"" + levelText(record.level) + "\",\"component\":";
-            text::appendJson(out, record.component);
-            out += ",\"depth\":" + std::to_string(record.depth) + ",\"function\":";
-            text::appendJson(out, record.function);
-            out += ",\"text\":";
-            text::appendJson(out, record.text);
-            out += "}\n";
+            m_lines.append(out, lineOf(record, record.depth));
         }
     }
 
 private:
-    Timestamp m_time{"%FT%T", "%z"};
+    log_line::JsonLines m_lines;
 };
 
 const char* stateOf(const Ring& ring) {
@@ -103,11 +88,6 @@ void appendComponents(std::string& out, const Ring& ring) {
 }
 
 } // namespace
-
-std::string levelText(int numeric) {
-    const char* const name = sorrel::levelName(numeric);
-    return name != nullptr ? name : std::to_string(numeric);
-}
 
 std::unique_ptr<RecordOutput> makeOutput(Format format) {
     switch (format) {

@@ -35,9 +35,6 @@ std::unique_ptr<RecordOutput> makeTraceOutput();
 // What is known about a ring besides its messages, lines that begin with "# "; with the component table when wanted.
 void appendInfo(std::string& out, const std::string& path, const Ring& ring, bool withComponents);
 
-// "INFO", or the number of a level without a name.
-std::string levelText(int numeric);
-
 } // namespace sorrelctl
 
 #endif // SORREL_TOOLS_RECORD_OUTPUT_HPP

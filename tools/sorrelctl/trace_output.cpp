@@ -2,6 +2,7 @@
 #include "record_filter.hpp"
 #include "record_output.hpp"
 
+#include "log_line.hpp"
 #include "text.hpp"
 
 #include <cstdint>
@@ -65,7 +66,9 @@ private:
         out += ",\"cat\":";
         text::appendJson(out, record.component);
         if (!enters && !leaves) {
-            out += ",\"s\":\"t\",\"args\":{\"level\":\"" + levelText(record.level) + "\",\"function\":";
+            out += ",\"s\":\"t\",\"args\":{\"level\":\"";
+            log_line::appendLevel(out, record.level);
+            out += "\",\"function\":";
             text::appendJson(out, record.function);
             out += '}';
         }
