@@ -2,6 +2,7 @@
 #ifndef SORREL_TARGETS_TEXT_HPP
 #define SORREL_TARGETS_TEXT_HPP
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <string>
@@ -21,19 +22,6 @@ inline std::size_t controlLength(std::string_view text, std::size_t index) {
         return 1;
     }
     return byte == 0xc2 && byteAt(text, index + 1) >= 0x80 && byteAt(text, index + 1) < 0xa0 ? 2 : 0;
-}
-
-// The index of the first byte, from one on, with which a control character may begin; the text's size when there is
-// none.
-inline std::size_t findControl(std::string_view text, std::size_t index) {
-    while (index < text.size()) {
-        const unsigned char byte = byteAt(text, index);
-        if (byte < 0x20 || byte == 0x7f || byte == 0xc2) {
-            break;
-        }
-        ++index;
-    }
-    return index;
 }
 
 // How many bytes the UTF-8 sequence at an index has, 0 when it is broken, too long for its character or a surrogate.
@@ -57,6 +45,21 @@ inline std::size_t sequenceLength(std::string_view text, std::size_t index) {
     return isOutside ? 0 : length;
 }
 
+// As controlLength; and 1 for a byte of the second set that belongs to no sequence, which terminals of eight bits obey.
+inline std::size_t harmLength(std::string_view text, std::size_t index) {
+    const std::size_t length = controlLength(text, index);
+    const unsigned char byte = byteAt(text, index);
+    return length == 0 && byte >= 0x80 && byte < 0xa0 ? 1 : length;
+}
+
+// The index of the first byte, from one on, that is not plain ASCII; the text's size when there is none.
+inline std::size_t findUnusual(std::string_view text, std::size_t index) {
+    while (index < text.size() && text[index] >= ' ' && text[index] <= '~') {
+        ++index;
+    }
+    return index;
+}
+
 // A number, to the base 10 or 16.
 template <typename Number>
 void appendNumber(std::string& out, Number value, int base = 10) {
@@ -75,10 +78,10 @@ inline void appendHex(std::string& out, unsigned char byte) {
 // "\t" and "\x1b"; all other bytes, and the characters in `kept`, stay as they are.
 inline void appendVisible(std::string& out, std::string_view text, std::string_view kept = {}) {
     std::size_t copied = 0;
-    for (std::size_t i = findControl(text, 0); i < text.size(); i = findControl(text, i)) {
-        const std::size_t length = controlLength(text, i);
+    for (std::size_t i = findUnusual(text, 0); i < text.size(); i = findUnusual(text, i)) {
+        const std::size_t length = harmLength(text, i);
         if (length == 0 || kept.find(text[i]) != std::string_view::npos) {
-            ++i;
+            i += std::max<std::size_t>(sequenceLength(text, i), 1);
             continue;
         }
         out.append(text, copied, i - copied);

@@ -39,6 +39,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace sorrel {
@@ -124,7 +125,8 @@ private:
 // the target's own, "317 messages lost: No space left on device", gets through: it stands where they would have stood,
 // with the depth of the message that follows, the level warning and the target's name for a component. When the target
 // is released, a diagnostic at priority 7 says how many were written, dropped (the other side was not ready for more)
-// and failed, and one at priority 4 what was lost since the last announcement.
+// and failed, and one at priority 4 what was lost since the last announcement. A forked child counts from the
+// beginning.
 class SORREL_LOCAL MessageTarget : public NamedLogTarget {
 public:
     explicit MessageTarget(TargetParameters& parameters)
@@ -138,6 +140,7 @@ public:
     ~MessageTarget() override {
         constexpr int kWarningPriority = 4;
         constexpr int kDebugPriority = 7;
+        noticeFork(0);
         if (m_lost != 0) {
             sorrel_tangleLog(kWarningPriority, "%s-target: %s", name().c_str(), announcement().c_str());
         }
@@ -149,6 +152,7 @@ public:
     void log(int processId, int depth, long long seconds, int microseconds, sorrel_level* level,
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& text) final {
+        noticeFork(processId);
         try {
             if (m_levels.contains(*level) && m_components.contains(componentName)) {
                 count(attempt(
@@ -165,6 +169,17 @@ protected:
     virtual int deliver(const Message& message) = 0;
 
 private:
+    // The child of a process counts from the beginning: what was lost before, its parent says.
+    void noticeFork(int processId) {
+        if (processId != m_processId) { // which saves all others the system call
+            m_processId = processId;
+            if (getpid() != m_owner) {
+                m_owner = getpid();
+                m_written = m_dropped = m_failed = m_lost = 0;
+            }
+        }
+    }
+
     int attempt(const Message& message) {
         if (m_lost != 0) {
             const std::string none;
@@ -205,6 +220,8 @@ private:
     unsigned long long m_lost = 0; // since the last announcement
     int m_firstError = 0;          // of those
     std::string m_announcement;
+    pid_t m_owner = getpid(); // whose messages these are
+    int m_processId = 0;      // of the last one
 };
 
 // Makes targets of one class, whose constructor takes TargetParameters&.

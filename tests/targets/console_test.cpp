@@ -86,6 +86,9 @@ TEST_F(Console, ALevelWithoutANameIsShownAsItsNumber) {
 TEST_F(Console, ControlCharactersAreShownAndUtf8IsKept) {
     EXPECT_THAT(shown({"a\nb\tc\x1b[2J\x7f"}), EndsWith(" a\\nb\\tc\\x1b[2J\\x7f\n"));
     EXPECT_THAT(shown({"\xc3\xa9 \xc2\xb0 \xc2\x9b"}), EndsWith(" \xc3\xa9 \xc2\xb0 \\xc2\\x9b\n"));
+    EXPECT_THAT(shown({"a\x9b"
+                       "31m \xe2\x82\x9b \xff"}),
+                EndsWith(" a\\x9b31m \xe2\x82\x9b \xff\n"));
     EXPECT_THAT(shown({"hello", 0, 6,
                        "\x1b"
                        "f",

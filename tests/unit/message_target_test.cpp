@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <sys/wait.h>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -164,4 +165,38 @@ TEST_F(MessageTarget, ThePriorityIsThatOfSyslog) {
         const sorrel::Message message = {1, 0, 0, 0, level, none, none, none, none};
         EXPECT_EQ(message.priority(), sorrel_level_to_prio(&level)) << numeric;
     }
+}
+
+TEST_F(MessageTarget, AForkedChildCountsFromTheBeginning) {
+    BookTarget& book = open({});
+    book.failure = [] { return EIO; };
+    say("a");
+    const pid_t child = fork();
+    if (child == 0) {
+        book.failure = [] { return 0; };
+        m_book->log(getpid(), 0, 0, 0, SR_INFO, "main", "net", "", "b");
+        const bool passed = book.pages == std::vector<std::string>{"6 net b"};
+        close();
+        _exit(passed ? 42 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 42);
+    close();
+    EXPECT_THAT(diagnostics().texts(), ElementsAre("book-target: 1 messages written, 0 dropped, 0 failed",
+                                                   "book-target: 1 message lost: Input/output error",
+                                                   "book-target: 0 messages written, 0 dropped, 1 failed"));
+}
+
+TEST_F(MessageTarget, AForkedChildThatLogsNothingHasCountedNothing) {
+    BookTarget& book = open({});
+    book.failure = [] { return EIO; };
+    say("a");
+    const pid_t child = fork();
+    if (child == 0) {
+        close();
+        _exit(0);
+    }
+    waitpid(child, nullptr, 0);
+    EXPECT_THAT(diagnostics().texts(), ElementsAre("book-target: 0 messages written, 0 dropped, 0 failed"));
 }

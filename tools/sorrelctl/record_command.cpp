@@ -4,6 +4,7 @@
 #include "record_filter.hpp"
 #include "record_output.hpp"
 #include "ring_reader.hpp"
+#include "text.hpp"
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -27,7 +29,9 @@ void put(std::string& text) {
 }
 
 void complain(const std::string& path, const std::string& what) {
-    std::fprintf(stderr, "sorrelctl: %s: %s\n", path.c_str(), what.c_str());
+    std::string shown;
+    text::appendVisible(shown, path);
+    std::fprintf(stderr, "sorrelctl: %s: %s\n", shown.c_str(), what.c_str());
 }
 
 // Unreadable files count more than damaged ones.
@@ -86,6 +90,9 @@ int RecordCommand::showFile(const std::string& path, Request& request, RecordOut
         return ring.damages.empty() ? 0 : kDamaged;
     } catch (const RingError& error) {
         complain(path, error.what());
+        return kUnreadable;
+    } catch (const std::bad_alloc&) {
+        complain(path, "takes more memory than there is");
         return kUnreadable;
     }
 }

@@ -41,9 +41,11 @@ public:
     // local time; "@1709211845": seconds since 1970.
     explicit Since(const std::string& words);
 
-    // In microseconds since 1970.
+    // In microseconds since 1970. What a damaged file holds for its newest message may lie at the end of all times.
     std::int64_t moment(std::int64_t newest) const {
-        return m_isBeforeNewest ? newest - m_microseconds : m_microseconds;
+        std::int64_t moment = m_microseconds;
+        const bool isOutside = m_isBeforeNewest && __builtin_sub_overflow(newest, m_microseconds, &moment);
+        return isOutside ? INT64_MIN : moment;
     }
 
 private:

@@ -34,7 +34,7 @@ private:
 
 // A copy, not a mapping: somebody may cut the file off at any time.
 std::vector<char> readFile(const std::string& path) {
-    constexpr off_t kLargest = off_t{2} * 1024 * 1024 * 1024 - 1;
+    constexpr off_t kLargest = off_t{1} * 1024 * 1024 * 1024;             // of the rings that are made
     const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); // a pipe must not make us wait
     if (fd == -1) {
         fail("cannot be opened", errno);
