@@ -55,6 +55,7 @@ public:
         : MessageTarget(parameters), m_pattern(parameters.text("file")),
           m_maxSize(parameters.number<std::int64_t>("max_size", 64 << 20U, 64 << 10U, INT64_MAX)),
           m_processName(parameters.applicationName()) {
+        parameters.refuseUnknown(); // before there is a file
         const int error = begin(getpid());
         if (error != 0) {
             sorrel::TargetParameters::refuse("file", m_pattern, std::string("cannot be made: ") + std::strerror(error));
