@@ -177,14 +177,17 @@ struct OldRing {
     std::filesystem::path path;
 };
 
-// Whether a file is a ring that nobody writes any more. Then says when it was made.
+// Whether a file is a ring of this user that nobody writes any more. Then says when it was made. Others, who may write
+// into the directory, could lay rings there that never grow old.
 inline bool isLeft(const std::filesystem::path& path, OldRing& ring) {
     const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (fd == -1) {
         return false;
     }
+    struct stat status = {};
+    const bool isOwn = fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid();
     char begin[header::kSize] = {};
-    const bool isRing = pread(fd, begin, sizeof begin, 0) == static_cast<ssize_t>(sizeof begin) &&
+    const bool isRing = isOwn && pread(fd, begin, sizeof begin, 0) == static_cast<ssize_t>(sizeof begin) &&
                         std::memcmp(begin + header::kMagicAt, kMagic, kMagicSize) == 0 &&
                         load<std::uint32_t>(begin + header::kChecksumAt) == headerChecksum(begin);
     const bool isUnlocked = isRing && flock(fd, LOCK_EX | LOCK_NB) == 0; // never before its process has locked it

@@ -187,6 +187,18 @@ TEST_F(RecorderFiles, NothingButOldRingsOfThePatternIsRemoved) {
                                               "app-" + std::to_string(getpid()) + ".ring"));
 }
 
+TEST_F(RecorderFiles, TheRingsOfOthersNeitherCountNorGo) {
+    openSmall("rings/app-7.ring").reset();
+    openSmall("rings/app-8.ring").reset(); // newer
+    if (chown(path("rings/app-8.ring").c_str(), 65534, 65534) != 0) {
+        GTEST_SKIP() << "only root may give files away";
+    }
+    open("file=" + path("rings") + "/app-%p.ring,size=64k,keep=1").reset();
+    EXPECT_THAT(rings(), testing::IsSupersetOf({"app-7.ring", "app-8.ring"}));
+    const Container container = open("file=" + path("rings") + "/app-%p.ring,size=64k,keep=0");
+    EXPECT_THAT(rings(), UnorderedElementsAre("app-8.ring", "app-" + std::to_string(getpid()) + ".ring"));
+}
+
 TEST_F(RecorderFiles, TheRingOfARunningProcessStays) {
     int ready[2] = {};
     ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
