@@ -14,13 +14,30 @@
 #include <string>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
+
+namespace {
+
+bool hasRandomNumbers = true;
+
+} // namespace
+
+// The kernel's, which has none to give early at boot.
+extern "C" ssize_t getrandom(void* buffer, std::size_t size, unsigned int flags) {
+    if (!hasRandomNumbers) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return syscall(SYS_getrandom, buffer, size, flags);
+}
 
 namespace {
 
@@ -85,6 +102,17 @@ TEST_F(RecorderFiles, OthersCannotReadTheRing) {
     EXPECT_EQ(status.st_mode & 07777U, 0600U);
     EXPECT_EQ(status.st_size, 64 * 1024);
     EXPECT_GE(status.st_blocks * 512, 64 * 1024) << "not all of it has room on the disk";
+}
+
+TEST_F(RecorderFiles, SeedsDifferWithoutRandomNumbersToo) {
+    constexpr std::size_t kSeedAt = 40;
+    hasRandomNumbers = false;
+    std::set<std::string> seeds{std::string(4, '\0')};
+    for (const char* const ring : {"rings/one", "rings/other", "rings/third"}) {
+        openSmall(ring).reset();
+        seeds.insert(files().read(ring).substr(kSeedAt, 4));
+    }
+    EXPECT_EQ(seeds.size(), 4U);
 }
 
 TEST_F(RecorderFiles, SizesHaveUnits) {
