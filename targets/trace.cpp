@@ -53,8 +53,7 @@ class TraceTarget final : public sorrel::MessageTarget {
 public:
     explicit TraceTarget(sorrel::TargetParameters& parameters)
         : MessageTarget(parameters), m_pattern(parameters.text("file")),
-          m_maxSize(parameters.number<std::int64_t>("max_size", 64 << 20U, 64 << 10U, INT64_MAX)),
-          m_processName(parameters.applicationName()) {
+          m_maxSize(parameters.bytes("max_size", 64 << 20U, 64 << 10U)), m_processName(parameters.applicationName()) {
         parameters.refuseUnknown(); // before there is a file
         const int error = begin(getpid());
         if (error != 0) {

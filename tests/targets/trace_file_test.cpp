@@ -71,7 +71,7 @@ TEST_F(TraceFile, AForkChildWritesAFileOfItsOwn) {
 }
 
 TEST_F(TraceFile, AFullFileIsKeptAndANewOneBegins) {
-    open(", max_size=65536");
+    open(", max_size=64k");
     enter(0, "f");
     int last = 0;
     while (access((path() + ".1").c_str(), F_OK) != 0) {
@@ -84,6 +84,12 @@ TEST_F(TraceFile, AFullFileIsKeptAndANewOneBegins) {
     EXPECT_EQ(stat((path() + ".1").c_str(), &status), 0);
     EXPECT_LE(status.st_size, 65536);
     EXPECT_GT(status.st_size, 65000);
+}
+
+TEST_F(TraceFile, ASizeThatIsTooSmallIsRefused) {
+    open(", max_size=63k");
+    EXPECT_TRUE(diagnostics().has("trace-target: parameter \"max_size\": \"63k\" is not a number of bytes from 65536 "
+                                  "to 9223372036854775807"));
 }
 
 TEST_F(TraceFile, AnyThreadMayFillAFile) {
