@@ -84,6 +84,9 @@ private:
             track.name = nameOf(track, message);
             track.lastTime = m_time;
             track.open = open;
+            if (isRecord(message, "entering")) {
+                keepFunction(message, track);
+            }
             m_isProcessNamed = true;
         }
         return error;
@@ -115,7 +118,7 @@ private:
     // Makes the events for a message. Returns how many functions are open behind them.
     //
     // The depth says which functions have been left: records of them may be missing, when a mask was changed meanwhile.
-    std::size_t compose(const sorrel::Message& message, Track& track) {
+    std::size_t compose(const sorrel::Message& message, const Track& track) {
         m_events.clear();
         m_time = timeOf(message, track);
         if (!m_isProcessNamed) {
@@ -131,7 +134,7 @@ private:
             isLeft = function.depth == message.depth && function.name == message.functionName;
         }
         if (isRecord(message, "entering")) {
-            appendBegin(message, track, open);
+            appendBegin(message);
             ++open;
         } else if (!isLeft || !isRecord(message, "leaving")) {
             appendMark(message);
@@ -152,12 +155,16 @@ private:
         }
     }
 
-    void appendBegin(const sorrel::Message& message, Track& track, std::size_t index) {
-        if (index == track.functions.size()) {
+    // The last of those that are open.
+    static void keepFunction(const sorrel::Message& message, Track& track) {
+        if (track.functions.size() < track.open) {
             track.functions.emplace_back();
         }
-        track.functions[index].depth = message.depth;
-        track.functions[index].name = message.functionName;
+        track.functions[track.open - 1].depth = message.depth;
+        track.functions[track.open - 1].name = message.functionName;
+    }
+
+    void appendBegin(const sorrel::Message& message) {
         appendTimed('B', message.functionName);
         appendText(",\"cat\":", message.componentName);
         m_events += '}';

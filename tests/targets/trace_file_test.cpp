@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <fstream>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -156,4 +157,18 @@ TEST_F(TraceFile, AFullDiskLeavesAValidFileAndLosesWhatItSays) {
     leave(0, "f");
     EXPECT_THAT(shown(file), ContainsRegex("WARN trace \\[\\] 1: [0-9]+ messages lost: No space left on device\n"
                                            "    INFO net \\[f\\] 1: better\n  }\n$"));
+}
+
+TEST_F(TraceFile, AFunctionThatFindsNoRoomLeavesTheOpenOneAsItIs) {
+    mountSmallDisk();
+    load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=" + disk() + "/%p.json");
+    const std::string file = disk() + "/" + std::to_string(getpid()) + ".json";
+    enter(0, "f");
+    std::ofstream(disk() + "/all the rest") << std::string(1U << 18U, 'x');
+    enter(0, std::string(4096, 'g'));
+    growDisk();
+    say("better", 1, "f");
+    leave(0, "f");
+    EXPECT_EQ(shown(file), "track main\n  f {\n    WARN trace [] 1: 1 message lost: No space left on device\n"
+                           "    INFO net [f] 1: better\n  }\n");
 }
