@@ -6,7 +6,7 @@
 #include <sorrel/target_library.hpp>
 
 #include <cerrno>
-#include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -66,23 +66,13 @@ private:
         }
     }
 
-    // "256k", "4M"; a number alone means MiB.
     static std::size_t ringSize(sorrel::TargetParameters& parameters) {
-        constexpr std::size_t kKiB = 1024;
-        constexpr std::size_t kMiB = 1024 * kKiB;
-        constexpr std::size_t kLeast = 64 * kKiB;
-        constexpr std::size_t kMost = 1024 * kMiB;
+        constexpr long long kLeast = 64 << 10U;
+        constexpr long long kUsual = 1 << 20U;
+        constexpr long long kMost = 1 << 30U;
         constexpr std::size_t kPage = 4096;
-        const std::string given = parameters.text("size", "1M");
-        std::size_t number = 0;
-        const char* const end = given.data() + given.size();
-        const std::from_chars_result result = std::from_chars(given.data(), end, number);
-        const std::string unit(result.ptr, end);
-        const std::size_t factor = unit == "k" ? kKiB : unit == "M" || unit.empty() ? kMiB : 0;
-        if (result.ec != std::errc() || factor == 0 || number > kMost / factor || number * factor < kLeast) {
-            sorrel::TargetParameters::refuse("size", given, "is no size from 64k to 1024M");
-        }
-        return (number * factor + kPage - 1) / kPage * kPage;
+        const auto size = static_cast<std::size_t>(parameters.bytes("size", kUsual, kLeast, kMost));
+        return (size + kPage - 1) / kPage * kPage;
     }
 
     int deliver(const sorrel::Message& message) override {

@@ -2,6 +2,7 @@
 #ifndef SORREL_TARGETS_RECORDER_FILE_HPP
 #define SORREL_TARGETS_RECORDER_FILE_HPP
 
+#include "descriptor.hpp"
 #include "recorder_format.hpp"
 #include "recorder_process.hpp"
 
@@ -103,16 +104,12 @@ public:
             reserve();
         } catch (const std::system_error&) {
             unlink(m_path.c_str());
-            ::close(m_fd);
             throw;
         }
     }
     MappedFile(const MappedFile&) = delete;
     MappedFile& operator=(const MappedFile&) = delete;
-    ~MappedFile() {
-        munmap(m_memory, m_size);
-        ::close(m_fd);
-    }
+    ~MappedFile() { munmap(m_memory, m_size); }
 
     char* memory() const { return m_memory; }
     std::size_t size() const { return m_size; }
@@ -131,8 +128,8 @@ private:
             mkdir(directory.c_str(), kDirectoryMode); // where it cannot be made, open says why
         }
         m_path = path;
-        for (int i = 1; (m_fd = open(m_path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600)) == -1;
-             ++i) {
+        constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+        for (int i = 1; !m_file.take(open(m_path.c_str(), kFlags, 0600)); ++i) {
             const int openErrno = errno;
             struct stat status = {};
             const bool isThere = openErrno == EEXIST && lstat(m_path.c_str(), &status) == 0;
@@ -144,19 +141,19 @@ private:
             }
             m_path = path + "." + std::to_string(i);
         }
-        flock(m_fd, LOCK_EX | LOCK_NB);
+        flock(m_file.get(), LOCK_EX | LOCK_NB);
     }
 
     // Afterwards no page has to be found any more: a file system that fills up later ends no process with SIGBUS.
     void reserve() {
         int error = EINTR;
         while (error == EINTR) {
-            error = posix_fallocate(m_fd, 0, static_cast<off_t>(m_size));
+            error = posix_fallocate(m_file.get(), 0, static_cast<off_t>(m_size));
         }
         if (error != 0) {
             fail(error, "does not get its room");
         }
-        void* const memory = mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_SHARED, m_fd, 0);
+        void* const memory = mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_SHARED, m_file.get(), 0);
         if (memory == MAP_FAILED) {
             fail(errno, "cannot be mapped");
         }
@@ -170,7 +167,7 @@ private:
 
     const std::size_t m_size;
     std::string m_path;
-    int m_fd = -1;
+    Descriptor m_file;
     char* m_memory = nullptr;
 };
 
@@ -180,14 +177,17 @@ struct OldRing {
     std::filesystem::path path;
 };
 
-// Whether a file is a ring that nobody writes any more. Then says when it was made.
+// Whether a file is a ring of this user that nobody writes any more. Then says when it was made. Others, who may write
+// into the directory, could lay rings there that never grow old.
 inline bool isLeft(const std::filesystem::path& path, OldRing& ring) {
     const int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (fd == -1) {
         return false;
     }
+    struct stat status = {};
+    const bool isOwn = fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid();
     char begin[header::kSize] = {};
-    const bool isRing = pread(fd, begin, sizeof begin, 0) == static_cast<ssize_t>(sizeof begin) &&
+    const bool isRing = isOwn && pread(fd, begin, sizeof begin, 0) == static_cast<ssize_t>(sizeof begin) &&
                         std::memcmp(begin + header::kMagicAt, kMagic, kMagicSize) == 0 &&
                         load<std::uint32_t>(begin + header::kChecksumAt) == headerChecksum(begin);
     const bool isUnlocked = isRing && flock(fd, LOCK_EX | LOCK_NB) == 0; // never before its process has locked it

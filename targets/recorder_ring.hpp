@@ -21,6 +21,7 @@
 #include <string>
 #include <sys/random.h>
 #include <sys/time.h>
+#include <time.h>
 #include <unistd.h>
 #include <unordered_map>
 #include <utility>
@@ -36,7 +37,7 @@ public:
         const std::size_t ringOffset = header::kSize + m_capacity * component::kSize;
         m_ring = m_memory + ringOffset;
         m_ringSize = size - ringOffset;
-        getrandom(&m_seed, sizeof m_seed, GRND_NONBLOCK);
+        m_seed = newSeed(m_memory);
         m_index.reserve(m_capacity);
         writeHeader(ringOffset);
     }
@@ -114,6 +115,20 @@ public:
     }
 
 private:
+    // Early at boot the kernel has no random numbers yet.
+    static std::uint32_t newSeed(const void* place) {
+        std::uint32_t seed = 0;
+        if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof seed)) {
+            timespec now = {};
+            clock_gettime(CLOCK_REALTIME, &now);
+            const std::uint64_t parts[] = {static_cast<std::uint64_t>(now.tv_sec),
+                                           static_cast<std::uint64_t>(now.tv_nsec),
+                                           static_cast<std::uint64_t>(getpid()), addressOf(place)};
+            seed = checksum(reinterpret_cast<const char*>(parts), sizeof parts, 0);
+        }
+        return seed;
+    }
+
     void writeHeader(std::size_t ringOffset) {
         timeval now = {};
         gettimeofday(&now, nullptr);

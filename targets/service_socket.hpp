@@ -2,6 +2,8 @@
 #ifndef SORREL_TARGETS_SERVICE_SOCKET_HPP
 #define SORREL_TARGETS_SERVICE_SOCKET_HPP
 
+#include "descriptor.hpp"
+
 #include <cerrno>
 #include <cstddef>
 #include <poll.h>
@@ -9,7 +11,6 @@
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 // Connects at the first datagram, and again at each one for which the service is found gone: with a socket of its own,
 // so that a forked child, which shares the one that it got, never moves its parent's connection. Datagrams of several
@@ -26,19 +27,19 @@ public:
     }
     ServiceSocket(const ServiceSocket&) = delete;
     ServiceSocket& operator=(const ServiceSocket&) = delete;
-    ~ServiceSocket() { disconnect(); }
+    ~ServiceSocket() = default;
 
     // Returns 0 or the error number; EAGAIN when the service takes no more.
     int send(std::string_view datagram) {
         int error = attempt(datagram);
         if (isConnectionLost(error)) {
-            error = reconnect(error);
+            error = reconnect();
             if (error == 0) {
                 error = attempt(datagram);
             }
         }
         if (error == EAGAIN && m_mayWait) {
-            pollfd room = {m_fd, POLLOUT, 0};
+            pollfd room = {m_socket.get(), POLLOUT, 0};
             poll(&room, 1, m_wait);
             error = attempt(datagram);
             m_mayWait = false;
@@ -48,47 +49,34 @@ public:
     }
 
 private:
-    // What a send says about a service that ended, or one that has not been connected yet. The last two: the process
-    // has closed all its descriptors, as daemons do.
+    // What a send says about a service that ended, or one that has not been connected yet.
     static bool isConnectionLost(int error) {
-        return error == ECONNREFUSED || error == ENOTCONN || error == ECONNRESET || error == EPIPE || error == EBADF ||
-               error == ENOTSOCK;
+        return error == ECONNREFUSED || error == ENOTCONN || error == ECONNRESET || error == EPIPE;
     }
 
     int attempt(std::string_view datagram) const {
-        if (m_fd == -1) {
+        if (!m_socket.isOpen()) {
             return ENOTCONN;
         }
-        return ::send(m_fd, datagram.data(), datagram.size(), MSG_NOSIGNAL | MSG_DONTWAIT) == -1 ? errno : 0;
+        return ::send(m_socket.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL | MSG_DONTWAIT) == -1 ? errno : 0;
     }
 
-    int reconnect(int reason) {
-        if (reason == EBADF || reason == ENOTSOCK) {
-            m_fd = -1; // not ours any more
-        }
-        disconnect();
-        m_fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-        if (m_fd == -1) {
+    int reconnect() {
+        m_socket.close();
+        if (!m_socket.take(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))) {
             return errno;
         }
-        if (connect(m_fd, reinterpret_cast<const sockaddr*>(&m_address), sizeof m_address) == 0) {
+        if (connect(m_socket.get(), reinterpret_cast<const sockaddr*>(&m_address), sizeof m_address) == 0) {
             return 0;
         }
         const int connectErrno = errno;
-        disconnect();
+        m_socket.close();
         return connectErrno;
-    }
-
-    void disconnect() {
-        if (m_fd != -1) {
-            close(m_fd);
-            m_fd = -1;
-        }
     }
 
     sockaddr_un m_address = {};
     const int m_wait;
-    int m_fd = -1;
+    Descriptor m_socket;
     bool m_mayWait = true;
 };
 

@@ -53,8 +53,8 @@ class TraceTarget final : public sorrel::MessageTarget {
 public:
     explicit TraceTarget(sorrel::TargetParameters& parameters)
         : MessageTarget(parameters), m_pattern(parameters.text("file")),
-          m_maxSize(parameters.number<std::int64_t>("max_size", 64 << 20U, 64 << 10U, INT64_MAX)),
-          m_processName(parameters.applicationName()) {
+          m_maxSize(parameters.bytes("max_size", 64 << 20U, 64 << 10U)), m_processName(parameters.applicationName()) {
+        parameters.refuseUnknown(); // before there is a file
         const int error = begin(getpid());
         if (error != 0) {
             sorrel::TargetParameters::refuse("file", m_pattern, std::string("cannot be made: ") + std::strerror(error));
@@ -84,6 +84,9 @@ private:
             track.name = nameOf(track, message);
             track.lastTime = m_time;
             track.open = open;
+            if (isRecord(message, "entering")) {
+                keepFunction(message, track);
+            }
             m_isProcessNamed = true;
         }
         return error;
@@ -115,7 +118,7 @@ private:
     // Makes the events for a message. Returns how many functions are open behind them.
     //
     // The depth says which functions have been left: records of them may be missing, when a mask was changed meanwhile.
-    std::size_t compose(const sorrel::Message& message, Track& track) {
+    std::size_t compose(const sorrel::Message& message, const Track& track) {
         m_events.clear();
         m_time = timeOf(message, track);
         if (!m_isProcessNamed) {
@@ -131,7 +134,7 @@ private:
             isLeft = function.depth == message.depth && function.name == message.functionName;
         }
         if (isRecord(message, "entering")) {
-            appendBegin(message, track, open);
+            appendBegin(message);
             ++open;
         } else if (!isLeft || !isRecord(message, "leaving")) {
             appendMark(message);
@@ -152,12 +155,16 @@ private:
         }
     }
 
-    void appendBegin(const sorrel::Message& message, Track& track, std::size_t index) {
-        if (index == track.functions.size()) {
+    // The last of those that are open.
+    static void keepFunction(const sorrel::Message& message, Track& track) {
+        if (track.functions.size() < track.open) {
             track.functions.emplace_back();
         }
-        track.functions[index].depth = message.depth;
-        track.functions[index].name = message.functionName;
+        track.functions[track.open - 1].depth = message.depth;
+        track.functions[track.open - 1].name = message.functionName;
+    }
+
+    void appendBegin(const sorrel::Message& message) {
         appendTimed('B', message.functionName);
         appendText(",\"cat\":", message.componentName);
         m_events += '}';

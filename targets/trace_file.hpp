@@ -2,6 +2,8 @@
 #ifndef SORREL_TARGETS_TRACE_FILE_HPP
 #define SORREL_TARGETS_TRACE_FILE_HPP
 
+#include "descriptor.hpp"
+
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -17,9 +19,10 @@ public:
     TraceFile() = default;
     TraceFile(const TraceFile&) = delete;
     TraceFile& operator=(const TraceFile&) = delete;
-    ~TraceFile() { release(); }
+    ~TraceFile() = default;
 
-    bool isOpen() const { return m_fd != -1; }
+    // Not any more when the process has closed its descriptors.
+    bool isOpen() const { return m_file.isOpen(); }
 
     // Whether the file stays within a size with these events.
     bool hasRoom(const std::string& events, std::int64_t size) const {
@@ -28,20 +31,19 @@ public:
 
     // Makes a new file, with its first events; a file that stands there becomes PATH.1. Returns 0 or the error number.
     int open(const std::string& path, std::string& events) {
-        release();
+        m_file.close();
         struct stat status {};
         if (lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
             std::rename(path.c_str(), (path + ".1").c_str()); // what stays in the way is found below
         }
-        m_fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0640);
-        if (m_fd == -1) {
+        if (!m_file.take(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0640))) {
             return errno;
         }
         m_end = 0;
         const int error = append(events);
         if (error != 0) {
             unlink(path.c_str());
-            release();
+            m_file.close();
         }
         return error;
     }
@@ -74,7 +76,7 @@ private:
     // From where the last event ends.
     int write(std::string_view text) const {
         for (off_t place = m_end; !text.empty();) {
-            const ssize_t count = pwrite(m_fd, text.data(), text.size(), place);
+            const ssize_t count = pwrite(m_file.get(), text.data(), text.size(), place);
             if (count <= 0) {
                 return count == 0 ? EIO : errno;
             }
@@ -86,19 +88,12 @@ private:
 
     // The tail needs no room that the file did not have before.
     void takeBack() const {
-        if (ftruncate(m_fd, m_end + static_cast<off_t>(kTail.size())) == 0) {
+        if (ftruncate(m_file.get(), m_end + static_cast<off_t>(kTail.size())) == 0) {
             write(kTail);
         }
     }
 
-    void release() {
-        if (m_fd != -1) {
-            close(m_fd);
-            m_fd = -1;
-        }
-    }
-
-    int m_fd = -1;
+    Descriptor m_file;
     std::int64_t m_end = 0; // of the last event
 };
 

@@ -84,8 +84,10 @@ public:
         return number;
     }
 
-    // A number of bytes: decimal digits, perhaps with k, M or G behind them for 1024, 1024 * 1024 and so on.
-    long long bytes(const std::string& name, long long otherwise) {
+    // A number of bytes from `least` to `most`: decimal digits, perhaps with k, M or G behind them for 1024, 1024 *
+    // 1024 and so on.
+    long long bytes(const std::string& name, long long otherwise, long long least = 0,
+                    long long most = std::numeric_limits<long long>::max()) {
         const std::string* const value = find(name);
         if (value == nullptr) {
             return otherwise;
@@ -98,9 +100,10 @@ public:
         const char* const end = value->data() + value->size() - (shift == 0 ? 0 : 1);
         long long number = 0;
         const std::from_chars_result result = std::from_chars(value->data(), end, number);
-        if (result.ec != std::errc() || result.ptr != end || number < 0 ||
-            number > std::numeric_limits<long long>::max() >> shift) {
-            refuse(name, *value, "is not a number of bytes");
+        const bool isSize = result.ec == std::errc() && result.ptr == end && number >= 0 && number <= most >> shift;
+        if (!isSize || number << shift < least) {
+            refuse(name, *value,
+                   "is not a number of bytes from " + std::to_string(least) + " to " + std::to_string(most));
         }
         return number << shift;
     }

@@ -12,24 +12,22 @@ namespace {
 
 class DatagramTarget final : public sorrel::MessageTarget {
 public:
-    explicit DatagramTarget(sorrel::TargetParameters& parameters)
-        : MessageTarget(parameters), m_socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    explicit DatagramTarget(sorrel::TargetParameters& parameters) : MessageTarget(parameters) {
         m_address.sun_family = AF_UNIX;
         parameters.text("socket").copy(m_address.sun_path, sizeof m_address.sun_path - 1);
     }
-    DatagramTarget(const DatagramTarget&) = delete;
-    DatagramTarget& operator=(const DatagramTarget&) = delete;
-    ~DatagramTarget() override { close(m_socket); }
 
 private:
     int deliver(const sorrel::Message& message) override {
         const auto* const address = reinterpret_cast<const sockaddr*>(&m_address);
+        const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         const ssize_t count =
-            sendto(m_socket, message.text.data(), message.text.size(), MSG_NOSIGNAL, address, sizeof m_address);
-        return count < 0 ? errno : 0;
+            sendto(fd, message.text.data(), message.text.size(), MSG_NOSIGNAL, address, sizeof m_address);
+        const int error = count < 0 ? errno : 0;
+        close(fd);
+        return error;
     }
 
-    const int m_socket;
     sockaddr_un m_address = {};
 };
 

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -100,6 +101,19 @@ protected:
             }
         }
         return false;
+    }
+
+    // The files in the directory of the target, each with its content.
+    std::map<std::string, std::string> writtenFiles() const {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : std::filesystem::directory_iterator(m_directory)) {
+            std::ostringstream content;
+            if (entry.is_regular_file()) {
+                content << std::ifstream(entry.path()).rdbuf();
+            }
+            files[entry.path().filename()] = content.str();
+        }
+        return files;
     }
 
     // Everything that the target and its children have written.

@@ -192,6 +192,16 @@ TEST_P(TargetContract, AParameterThatIsWrongRefusesIt) {
     expectRefused("levels", "eror");
 }
 
+TEST_P(TargetContract, ARefusedOneMakesAndMovesNothing) {
+    const auto nothing = writtenFiles();
+    loadIt(", flie=twice");
+    EXPECT_EQ(writtenFiles(), nothing);
+    round();
+    const auto good = writtenFiles();
+    loadIt(", flie=twice");
+    EXPECT_EQ(writtenFiles(), good);
+}
+
 TEST_P(TargetContract, EightThreadsMayLog) {
     loadIt();
     std::vector<std::thread> threads;

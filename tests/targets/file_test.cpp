@@ -161,7 +161,7 @@ TEST_F(File, WrongParametersAreRefused) {
         expectRefusalOf("mode", mode, "is not an octal number up to 777");
     }
     for (const char* size : {"k", "1kk", "1K", "-1", "0x10", "9000000000G", "9223372036854775808"}) {
-        expectRefusalOf("max_size", size, "is not a number of bytes");
+        expectRefusalOf("max_size", size, "is not a number of bytes from 0 to 9223372036854775807");
     }
 }
 

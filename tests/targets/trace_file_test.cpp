@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <fstream>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -71,7 +72,7 @@ TEST_F(TraceFile, AForkChildWritesAFileOfItsOwn) {
 }
 
 TEST_F(TraceFile, AFullFileIsKeptAndANewOneBegins) {
-    open(", max_size=65536");
+    open(", max_size=64k");
     enter(0, "f");
     int last = 0;
     while (access((path() + ".1").c_str(), F_OK) != 0) {
@@ -84,6 +85,12 @@ TEST_F(TraceFile, AFullFileIsKeptAndANewOneBegins) {
     EXPECT_EQ(stat((path() + ".1").c_str(), &status), 0);
     EXPECT_LE(status.st_size, 65536);
     EXPECT_GT(status.st_size, 65000);
+}
+
+TEST_F(TraceFile, ASizeThatIsTooSmallIsRefused) {
+    open(", max_size=63k");
+    EXPECT_TRUE(diagnostics().has("trace-target: parameter \"max_size\": \"63k\" is not a number of bytes from 65536 "
+                                  "to 9223372036854775807"));
 }
 
 TEST_F(TraceFile, AnyThreadMayFillAFile) {
@@ -150,4 +157,18 @@ TEST_F(TraceFile, AFullDiskLeavesAValidFileAndLosesWhatItSays) {
     leave(0, "f");
     EXPECT_THAT(shown(file), ContainsRegex("WARN trace \\[\\] 1: [0-9]+ messages lost: No space left on device\n"
                                            "    INFO net \\[f\\] 1: better\n  }\n$"));
+}
+
+TEST_F(TraceFile, AFunctionThatFindsNoRoomLeavesTheOpenOneAsItIs) {
+    mountSmallDisk();
+    load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=" + disk() + "/%p.json");
+    const std::string file = disk() + "/" + std::to_string(getpid()) + ".json";
+    enter(0, "f");
+    std::ofstream(disk() + "/all the rest") << std::string(1U << 18U, 'x');
+    enter(0, std::string(4096, 'g'));
+    growDisk();
+    say("better", 1, "f");
+    leave(0, "f");
+    EXPECT_EQ(shown(file), "track main\n  f {\n    WARN trace [] 1: 1 message lost: No space left on device\n"
+                           "    INFO net [f] 1: better\n  }\n");
 }

@@ -19,6 +19,7 @@ struct Read {
     int rings;
     Colour colour;
     long long weight;
+    long long load;
     std::string applicationName;
 };
 
@@ -33,6 +34,7 @@ public:
         lastRead.rings = parameters.number("rings", 3, -5, 10);
         lastRead.colour = parameters.choice("colour", Colour::GREEN, {{"red", Colour::RED}, {"green", Colour::GREEN}});
         lastRead.weight = parameters.bytes("weight", 7);
+        lastRead.load = parameters.bytes("load", 2048, 1024, 5 << 10U);
         lastRead.applicationName = parameters.applicationName();
         if (lastRead.bell == "broken") {
             throw std::runtime_error("no bell there");
@@ -120,6 +122,7 @@ TEST_F(TargetLibrary, ParametersThatAreNotGivenHaveTheirDefaults) {
     EXPECT_EQ(lastRead.tag, "none");
     EXPECT_EQ(lastRead.rings, 3);
     EXPECT_EQ(lastRead.weight, 7);
+    EXPECT_EQ(lastRead.load, 2048);
     EXPECT_EQ(lastRead.colour, Colour::GREEN);
     EXPECT_EQ(lastRead.applicationName, "");
     m_factory.destroyObject(target);
@@ -157,7 +160,19 @@ TEST_F(TargetLibrary, BytesHaveUnits) {
 TEST_F(TargetLibrary, WhatIsNoNumberOfBytesRefusesTheTarget) {
     for (const std::string value : {"", "k", "1K", "1kk", "-1", "1.5M", "8589934592G", "9223372036854775808"}) {
         expectRefused({{"bell", "loud"}, {"weight", value}},
-                      "parameter \"weight\": \"" + value + "\" is not a number of bytes");
+                      "parameter \"weight\": \"" + value + "\" is not a number of bytes from 0 to 9223372036854775807");
+    }
+}
+
+TEST_F(TargetLibrary, BytesHaveBounds) {
+    const std::pair<const char*, long long> loads[] = {{"1k", 1024}, {"1024", 1024}, {"5k", 5120}};
+    for (const auto& load : loads) {
+        m_factory.destroyObject(create({{"bell", "loud"}, {"load", load.first}}));
+        EXPECT_EQ(lastRead.load, load.second) << load.first;
+    }
+    for (const std::string value : {"1023", "0", "0k", "6k", "5121", "1M", "9007199254740993k"}) {
+        expectRefused({{"bell", "loud"}, {"load", value}},
+                      "parameter \"load\": \"" + value + "\" is not a number of bytes from 1024 to 5120");
     }
 }
 
