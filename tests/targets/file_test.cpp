@@ -36,6 +36,15 @@ protected:
         return number;
     }
 
+    // Closes the target's descriptor, as a daemon does with all that it has, and gives its number to another file.
+    int takeDescriptor() {
+        const int number = descriptor();
+        const int foreign = open(files().file("foreign").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        EXPECT_EQ(dup3(foreign, number, O_CLOEXEC), number);
+        close(foreign);
+        return number;
+    }
+
     // Expects that a target line is refused with this diagnostic, which names the target.
     void expectRefusal(const std::string& target, const std::string& why) {
         load(target);
@@ -218,17 +227,14 @@ TEST_F(File, IsOpenedAgainWhenTheProcessHasClosedItsDescriptor) {
 }
 
 TEST_F(File, ItsNumberMayBecomeAnotherFileOfTheProcess) {
-    for (const char* parameters : {"", "max_size=1k"}) {
+    for (const char* parameters : {"", "max_size=1k", "flush=err"}) {
         load(fileTarget(parameters));
-        say("a");
-        const int number = descriptor();
-        close(number);
-        const int foreign = open(files().file("foreign").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-        ASSERT_EQ(foreign, number);
+        say({"a", 0, 3});
+        const int foreign = takeDescriptor();
         say("b");
+        unload();
         EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
         EXPECT_EQ(textOf("foreign"), "");
-        unload();
         EXPECT_EQ(close(foreign), 0); // which nobody else has closed
         std::filesystem::remove(files().file("app.log"));
     }
@@ -236,10 +242,7 @@ TEST_F(File, ItsNumberMayBecomeAnotherFileOfTheProcess) {
 
 TEST_F(File, ALateUnloadClosesNoOtherFileOfTheProcess) {
     load(fileTarget());
-    const int number = descriptor();
-    close(number);
-    const int foreign = open(files().file("foreign").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    ASSERT_EQ(foreign, number);
+    const int foreign = takeDescriptor();
     unload();
     EXPECT_EQ(close(foreign), 0);
 }
@@ -248,11 +251,9 @@ TEST_F(File, AChildThatHasOtherFilesUnderItsNumbersLeavesThemAlone) {
     load(fileTarget());
     say("a");
     EXPECT_TRUE(passesInChild([this] {
-        const int number = descriptor();
-        close(number);
-        const int foreign = open(files().file("foreign").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        const int foreign = takeDescriptor();
         say("b");
-        return foreign == number && textOf("foreign").empty() && close(foreign) == 0;
+        return textOf("foreign").empty() && close(foreign) == 0;
     }));
     EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
 }
