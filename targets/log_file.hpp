@@ -112,6 +112,7 @@ private:
             return true;
         }
         if (isOwn() && m_status.st_nlink != 0) {
+            m_isLocked = false; // since this is not the newest one
             return false;
         }
         close();

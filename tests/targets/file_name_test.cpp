@@ -50,17 +50,21 @@ TEST_F(FileName, ARemovedFileIsMadeAgain) {
     }
 }
 
-TEST_F(FileName, ALinkThatTookTheFilesPlaceIsNotFollowed) {
-    load(fileTarget());
-    say("0");
-    move("app.log", "elsewhere");
-    ASSERT_EQ(symlink(files().file("secret").c_str(), files().file("app.log").c_str()), 0);
-    sayInSecond(1, "1");
-    EXPECT_FALSE(exists("secret"));
-    EXPECT_THAT(textsIn("elsewhere"), ElementsAre("0", "1"));
-    std::filesystem::remove(files().file("app.log"));
-    sayInSecond(2, "2");
-    EXPECT_THAT(textsIn("app.log"), ElementsAre("2"));
+TEST_F(FileName, ALinkThatTookTheFilesPlaceIsNeitherFollowedNorMoved) {
+    for (const char* parameters : {"", "max_size=100"}) {
+        load(fileTarget(parameters));
+        say("0");
+        move("app.log", "elsewhere");
+        ASSERT_EQ(symlink(files().file("secret").c_str(), files().file("app.log").c_str()), 0);
+        sayInSecond(1, "1");
+        EXPECT_FALSE(exists("secret"));
+        EXPECT_THAT(textsIn("elsewhere"), ElementsAre("0", "1"));
+        EXPECT_TRUE(std::filesystem::remove(files().file("app.log")));
+        sayInSecond(2, "2");
+        EXPECT_THAT(textsIn("app.log"), ElementsAre("2"));
+        unload();
+        std::filesystem::remove(files().file("app.log"));
+    }
 }
 
 TEST_F(FileName, ARemovedFileThatCannotBeMadeAgainIsALoss) {
