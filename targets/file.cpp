@@ -6,6 +6,7 @@
 
 #include <sorrel/target_library.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -46,9 +47,10 @@ public:
     explicit FileTarget(sorrel::TargetParameters& parameters)
         : MessageTarget(parameters), m_path(parameters.text("file")),
           m_file(m_path, modeFrom(parameters), parameters.bytes("max_size", 0),
-                 parameters.number("max_files", 5, 1, 999), parameters.number("wait", 30, 0, 60000)),
+                 parameters.number("max_files", 5, 1, 999), parameters.number("wait", 10, 0, 60000)),
           m_format(parameters.choice("format", Format::Text, {{"text", Format::Text}, {"json", Format::Json}})),
           m_flushLevel(flushLevelFrom(parameters)) {
+        parameters.refuseUnknown(); // before there is a file
         const int error = m_file.open();
         if (error != 0) {
             sorrel::TargetParameters::refuse("file", m_path,
@@ -60,11 +62,9 @@ public:
     FileTarget(const FileTarget&) = delete;
     FileTarget& operator=(const FileTarget&) = delete;
     ~FileTarget() override {
-        constexpr int kWarningPriority = 4;
         const int error = getpid() == m_owner ? m_file.append(m_lines, m_oldest.seconds) : 0;
         if (error != 0) {
-            sorrel::sorrel_tangleLog(kWarningPriority, "%s-target: the last %zu bytes for \"%s\" are lost: %s",
-                                     name().c_str(), m_lines.size(), m_path.c_str(), std::strerror(error));
+            countLost(static_cast<std::size_t>(std::count(m_lines.begin(), m_lines.end(), '\n')), error);
         }
     }
 
@@ -100,15 +100,15 @@ private:
         return error;
     }
 
-    // A child leaves to its parent what the parent has not written, and opens the file anew, since a lock belongs to
-    // all who share a descriptor.
+    // A child leaves to its parent what the parent has not written, and opens the file anew where it can, since a lock
+    // belongs to all who share a descriptor.
     void noticeFork(int processId) {
         if (processId != m_processId) { // which saves all others the system call
             m_processId = processId;
             if (getpid() != m_owner) {
                 m_owner = getpid();
                 m_lines.clear();
-                m_file.close();
+                (void)m_file.renew();
             }
         }
     }

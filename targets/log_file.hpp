@@ -22,7 +22,7 @@ public:
     // No size but 0 is exceeded, unless by a single line. `count` older files are kept. `wait` is for the lock, in
     // milliseconds.
     LogFile(const std::string& path, mode_t mode, off_t maxSize, int count, int wait)
-        : m_names{path}, m_mode(mode), m_maxSize(maxSize), m_tries(wait * kTriesInAMillisecond) {
+        : m_names{path}, m_mode(mode), m_maxSize(maxSize), m_wait(wait) {
         for (int number = 1; number <= count; ++number) {
             m_names.push_back(path + "." + std::to_string(number));
         }
@@ -33,37 +33,45 @@ public:
 
     // Makes the file when there is none. Returns 0 or an error number, as the functions below do: EINVAL for what is no
     // regular file.
-    int open() {
-        if (m_fd != -1) {
-            return 0;
-        }
+    int open() { return m_fd != -1 ? 0 : renew(); }
+
+    // Opens the file that has the name now, and only then closes the one that was open.
+    int renew() {
         // neither a link that somebody has laid here is followed, nor a reader of a pipe waited for
-        m_fd = ::open(path(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, m_mode);
-        if (m_fd == -1) {
+        constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+        const int fd = ::open(path(), kFlags, m_mode);
+        if (fd == -1) {
             return errno == ENXIO ? EINVAL : errno; // a pipe without a reader
         }
-        if (fstat(m_fd, &m_status) == -1 || !S_ISREG(m_status.st_mode)) {
-            close();
+        struct stat status = {};
+        if (fstat(fd, &status) == -1 || !S_ISREG(status.st_mode)) {
+            ::close(fd);
             return EINVAL;
         }
+        close();
+        m_fd = fd;
+        m_status = status;
         m_isTorn = !endsWithLine();
         return 0;
     }
 
     // The next append opens the file again.
     void close() {
-        if (m_fd != -1) {
+        if (m_fd != -1 && isOwn()) {
             ::close(m_fd);
-            m_fd = -1;
         }
+        m_fd = -1;
     }
 
     // Appends whole lines, and takes off what is in the file. Looks once in a second of `seconds` whether the file was
     // renamed or removed by others.
     int append(std::string& lines, long long seconds) {
+        if (m_fd != -1 && !isOwn()) {
+            m_fd = -1;
+        }
         if (m_maxSize == 0 && seconds != m_seconds) {
             m_seconds = seconds;
-            closeWhenRenamed();
+            followName();
         }
         std::size_t written = 0;
         int error = 0;
@@ -78,10 +86,33 @@ public:
 private:
     const char* path() const { return m_names.front().c_str(); }
 
-    bool closeWhenRenamed() {
+    bool isSame(const struct stat& other) const {
+        return other.st_dev == m_status.st_dev && other.st_ino == m_status.st_ino;
+    }
+
+    // A process that closes all its descriptors may have this number for another file, which is left alone.
+    bool isOwn() {
         struct stat now = {};
-        if (m_fd != -1 && lstat(path(), &now) == 0 && now.st_dev == m_status.st_dev && now.st_ino == m_status.st_ino) {
+        if (fstat(m_fd, &now) == -1 || !isSame(now)) {
+            return false;
+        }
+        m_status = now;
+        return true;
+    }
+
+    // Looks whether the file was renamed or removed. Returns whether it is another one than before, or none. A process
+    // that has given up its rights, or changed its root, goes on with the one that it has, as long as that has a name.
+    bool followName() {
+        struct stat now = {};
+        if (lstat(path(), &now) == 0 && isSame(now)) {
             m_status = now;
+            return false;
+        }
+        if (renew() == 0) {
+            return true;
+        }
+        if (isOwn() && m_status.st_nlink != 0) {
+            m_isLocked = false; // since this is not the newest one
             return false;
         }
         close();
@@ -104,7 +135,11 @@ private:
         int error = lock();
         if (error == 0) {
             const std::size_t size = m_isLocked ? fitting(lines) : lines.size();
-            error = size != 0 ? write(lines.substr(0, size), written) : rotate();
+            if (size != 0) {
+                error = write(lines.substr(0, size), written);
+            } else if (!rotate()) { // rather exceeding the limit than losing lines
+                error = write(lines, written);
+            }
         }
         if (m_fd != -1) {
             flock(m_fd, LOCK_UN);
@@ -121,7 +156,7 @@ private:
                 return error;
             }
             m_isLocked = waitForLock();
-            if (!closeWhenRenamed()) {
+            if (!followName()) {
                 return 0;
             }
         }
@@ -131,18 +166,27 @@ private:
     // Another process may be stopped while it has the lock. It is waited for once, until the lock can be had again; in
     // between lines are written without it, rather exceeding the limit than losing them.
     bool waitForLock() {
-        constexpr timespec kPause = {0, 1000000 / kTriesInAMillisecond};
+        constexpr timespec kPause = {0, 100000};
         while (flock(m_fd, LOCK_EX | LOCK_NB) == -1) {
             if (errno != EWOULDBLOCK) {
                 return true; // file systems without locks
             }
-            if (++m_refusals > m_tries) {
+            const long long now = milliseconds();
+            m_refusedSince = m_isRefused ? m_refusedSince : now;
+            m_isRefused = true;
+            if (now - m_refusedSince >= m_wait) {
                 return false;
             }
             nanosleep(&kPause, nullptr);
         }
-        m_refusals = 0;
+        m_isRefused = false;
         return true;
+    }
+
+    static long long milliseconds() {
+        timespec now = {};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
     }
 
     // The length of the lines that the file has room for. In an empty one there is room for every line.
@@ -158,14 +202,20 @@ private:
         return m_status.st_size == 0 ? lines.find('\n') + 1 : 0;
     }
 
-    int rotate() {
-        for (std::size_t number = m_names.size() - 1; number > 0; --number) {
-            if (rename(m_names[number - 1].c_str(), m_names[number].c_str()) == -1 && errno != ENOENT) {
-                return errno;
+    // Returns whether the file has another name now. Only files in front of the first free name move, so that none is
+    // lost where the newest one can never be renamed.
+    bool rotate() {
+        struct stat status = {};
+        std::size_t number = 1;
+        while (number + 1 < m_names.size() && lstat(m_names[number].c_str(), &status) == 0) {
+            ++number;
+        }
+        for (; number > 0; --number) {
+            if (rename(m_names[number - 1].c_str(), m_names[number].c_str()) == -1) {
+                return false;
             }
         }
-        close();
-        return 0;
+        return true;
     }
 
     int write(std::string_view lines, std::size_t& written) {
@@ -201,17 +251,16 @@ private:
         }
     }
 
-    static constexpr int kTriesInAMillisecond = 10;
-
     std::vector<std::string> m_names; // the newest file comes first
     const mode_t m_mode;
     const off_t m_maxSize;
-    const int m_tries; // to get the lock
+    const int m_wait; // for the lock, in milliseconds
     int m_fd = -1;
     struct stat m_status = {}; // of the open file
     bool m_isTorn = false;     // the file ends in the middle of a line
     bool m_isLocked = false;
-    int m_refusals = 0; // of the lock, since it was had
+    bool m_isRefused = false; // the lock, since then
+    long long m_refusedSince = 0;
     long long m_seconds = 0;
 };
 
