@@ -53,7 +53,7 @@ public:
 
 private:
     int deliver(const sorrel::Message& message) override {
-        m_stream.look(message.seconds);
+        m_stream.look();
         m_line.clear();
         if (m_stream.isJournal()) {
             m_line += '<';

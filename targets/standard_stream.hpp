@@ -7,6 +7,7 @@
 #include <climits>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -15,6 +16,7 @@
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace {
@@ -79,12 +81,22 @@ class StandardStream {
 public:
     explicit StandardStream(int fd) : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)) {}
 
-    // Sees where the stream leads, for the process may redirect it. Looks only once in a second of `seconds` while that
-    // is a file.
-    void look(long long seconds) {
-        if (!m_isFile || seconds != m_seconds) {
-            m_seconds = seconds;
-            lookNow();
+    // Sees where the stream leads, for the process may redirect it at any time. Does not ask for times: those of a file that
+    // were asked for have to be renewed by the next write, which costs it half as much again.
+    void look() {
+        struct statx now = {};
+        if (statx(m_fd, "", AT_EMPTY_PATH, STATX_TYPE | STATX_INO, &now) != 0) {
+            return;
+        }
+        const dev_t device = makedev(now.stx_dev_major, now.stx_dev_minor);
+        const bool isAnother = device != m_device || now.stx_ino != m_inode;
+        m_mode = now.stx_mode;
+        if (isAnother) {
+            m_device = device;
+            m_inode = now.stx_ino;
+            m_isTorn = false;
+            m_isTerminal = S_ISCHR(m_mode) && isatty(m_fd) == 1;
+            m_isJournal = m_journal == std::to_string(device) + ":" + std::to_string(m_inode);
         }
     }
 
@@ -97,7 +109,7 @@ public:
             line.insert(0, 1, '\n');
         }
         std::size_t done = 0;
-        const int error = m_isFile ? writeToFile(line, done) : writeToReader(line, done);
+        const int error = S_ISREG(m_mode) ? writeToFile(line, done) : writeToReader(line, done);
         if (done != 0) {
             m_isTorn = line[done - 1] != '\n';
         }
@@ -105,17 +117,6 @@ public:
     }
 
 private:
-    void lookNow() {
-        struct stat now = {};
-        if (fstat(m_fd, &now) == 0 && (now.st_dev != m_status.st_dev || now.st_ino != m_status.st_ino)) {
-            m_status = now;
-            m_isTorn = false;
-            m_isTerminal = S_ISCHR(now.st_mode) && isatty(m_fd) == 1;
-            m_isFile = !m_isTerminal && !S_ISFIFO(now.st_mode) && !S_ISSOCK(now.st_mode);
-            m_isJournal = m_journal == std::to_string(now.st_dev) + ":" + std::to_string(now.st_ino);
-        }
-    }
-
     int writeToFile(const std::string& line, std::size_t& done) const {
         while (done < line.size()) {
             const ssize_t count = ::write(m_fd, line.data() + done, line.size() - done);
@@ -129,7 +130,7 @@ private:
     }
 
     int writeToReader(const std::string& line, std::size_t& done) {
-        if (S_ISSOCK(m_status.st_mode)) {
+        if (S_ISSOCK(m_mode)) {
             return writeSome(
                 line, done,
                 [this](const char* data, std::size_t size) {
@@ -177,9 +178,9 @@ private:
     const int m_fd; // belongs to the process
     const std::string m_path;
     const std::string m_journal = journalStream();
-    struct stat m_status = {};
-    long long m_seconds = 0;
-    bool m_isFile = false;
+    dev_t m_device = 0;
+    std::uint64_t m_inode = 0;
+    mode_t m_mode = 0;
     bool m_isTerminal = false;
     bool m_isJournal = false;
     bool m_isTorn = false;
