@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstddef>
@@ -17,6 +18,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace {
@@ -53,20 +55,27 @@ private:
 // all have closed it. Where it cannot be opened, the given one it is.
 class OwnDescriptor {
 public:
-    OwnDescriptor(const std::string& path, int otherwise)
-        : m_opened(open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)),
-          m_fd(m_opened != -1 ? m_opened : otherwise) {}
+    OwnDescriptor(const std::string& path, int shared)
+        : m_opened(openOnceMore(path.c_str(), shared)), m_fd(isOwn() ? m_opened : shared) {}
     OwnDescriptor(const OwnDescriptor&) = delete;
     OwnDescriptor& operator=(const OwnDescriptor&) = delete;
     ~OwnDescriptor() {
-        if (m_opened != -1) {
+        if (isOwn()) {
             close(m_opened);
         }
     }
 
+    bool isOwn() const { return m_opened != -1; }
     int get() const { return m_fd; }
 
 private:
+    // Anybody may open the terminal of the own session, also one that belongs to another user.
+    static int openOnceMore(const char* path, int shared) {
+        constexpr int kFlags = O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+        const int opened = open(path, kFlags);
+        return opened == -1 && tcgetsid(shared) == getsid(0) ? open("/dev/tty", kFlags) : opened;
+    }
+
     const int m_opened;
     const int m_fd;
 };
@@ -81,8 +90,8 @@ class StandardStream {
 public:
     explicit StandardStream(int fd) : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)) {}
 
-    // Sees where the stream leads, for the process may redirect it at any time. Does not ask for times: those of a file that
-    // were asked for have to be renewed by the next write, which costs it half as much again.
+    // Sees where the stream leads, for the process may redirect it at any time. Does not ask for times: those of a file
+    // that were asked for have to be renewed by the next write, which costs it half as much again.
     void look() {
         struct statx now = {};
         if (statx(m_fd, "", AT_EMPTY_PATH, STATX_TYPE | STATX_INO, &now) != 0) {
@@ -140,26 +149,18 @@ private:
         }
         const NoBrokenPipe none;
         const OwnDescriptor own(m_path, m_fd);
+        // a terminal that is ready has room for one byte, and perhaps for no more
+        const std::size_t most = m_isTerminal && !own.isOwn() ? 1 : PIPE_BUF;
         return writeSome(
             line, done,
-            [&own](const char* data, std::size_t size) {
-                return ::write(own.get(), data, std::min<std::size_t>(size, PIPE_BUF));
-            },
+            [&own, most](const char* data, std::size_t size) { return ::write(own.get(), data, std::min(size, most)); },
             own.get());
     }
 
-    // A reader that is not ready is waited for once, until it has read again.
     template <typename Write>
     int writeSome(const std::string& line, std::size_t& done, Write write, int fd) {
         while (done < line.size()) {
-            pollfd stream = {fd, POLLOUT, 0};
-            const int ready = poll(&stream, 1, m_patience);
-            if (ready != 1) {
-                const bool wasInterrupted = ready == -1 && errno == EINTR && m_patience != 0;
-                m_patience = 0;
-                if (wasInterrupted) {
-                    continue;
-                }
+            if (!isReady(fd)) {
                 return EAGAIN;
             }
             const ssize_t count = write(line.data() + done, line.size() - done);
@@ -171,6 +172,20 @@ private:
         }
         m_patience = kPatience;
         return 0;
+    }
+
+    // A reader that is not ready is waited for once, until it has read a whole line again.
+    bool isReady(int fd) {
+        using std::chrono::steady_clock;
+        pollfd stream = {fd, POLLOUT, 0};
+        int ready = poll(&stream, 1, 0);
+        while (ready != 1 && m_patience > 0) {
+            const steady_clock::time_point start = steady_clock::now();
+            ready = poll(&stream, 1, m_patience);
+            const auto waited = std::chrono::ceil<std::chrono::milliseconds>(steady_clock::now() - start);
+            m_patience -= static_cast<int>(waited.count());
+        }
+        return ready == 1;
     }
 
     static constexpr int kPatience = 10; // milliseconds
