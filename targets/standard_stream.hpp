@@ -88,7 +88,9 @@ inline std::string journalStream() {
 
 class StandardStream {
 public:
-    explicit StandardStream(int fd) : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)) {}
+    // A reader that is not ready is waited for this long, once until it has read a whole line again.
+    StandardStream(int fd, int waitMilliseconds)
+        : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)), m_wait(waitMilliseconds) {}
 
     // Sees where the stream leads, for the process may redirect it at any time. Does not ask for times: those of a file
     // that were asked for have to be renewed by the next write, which costs it half as much again.
@@ -170,11 +172,10 @@ private:
                 return errno;
             }
         }
-        m_patience = kPatience;
+        m_patience = m_wait;
         return 0;
     }
 
-    // A reader that is not ready is waited for once, until it has read a whole line again.
     bool isReady(int fd) {
         using std::chrono::steady_clock;
         pollfd stream = {fd, POLLOUT, 0};
@@ -188,10 +189,9 @@ private:
         return ready == 1;
     }
 
-    static constexpr int kPatience = 10; // milliseconds
-
     const int m_fd; // belongs to the process
     const std::string m_path;
+    const int m_wait;
     const std::string m_journal = journalStream();
     dev_t m_device = 0;
     std::uint64_t m_inode = 0;
@@ -199,7 +199,7 @@ private:
     bool m_isTerminal = false;
     bool m_isJournal = false;
     bool m_isTorn = false;
-    int m_patience = kPatience;
+    int m_patience = m_wait; // what is left of it
 };
 
 } // namespace

@@ -21,7 +21,9 @@
 class ConsoleStream : public LineTargetFixture {
 protected:
     // Loads a target that writes to standard error; failures of the test go to standard output.
-    void loadTarget() { load(pathOf("console") + ",stream=stderr,time=none,colour=never"); }
+    void loadTarget(const std::string& parameters = "levels=all") {
+        load(pathOf("console") + ",stream=stderr,time=none,colour=never," + parameters);
+    }
 
     void sayNumbers(int first, int last) {
         for (int i = first; i <= last; ++i) {
