@@ -41,7 +41,8 @@ class ConsoleTarget final : public sorrel::MessageTarget {
 public:
     explicit ConsoleTarget(sorrel::TargetParameters& parameters)
         : MessageTarget(parameters),
-          m_stream(parameters.choice("stream", STDOUT_FILENO, {{"stdout", STDOUT_FILENO}, {"stderr", STDERR_FILENO}})),
+          m_stream(parameters.choice("stream", STDOUT_FILENO, {{"stdout", STDOUT_FILENO}, {"stderr", STDERR_FILENO}}),
+                   parameters.number("wait", kWait, 0, kLongestWait)),
           m_colour(parameters.choice("colour", Colour::Auto,
                                      {{"auto", Colour::Auto}, {"always", Colour::Always}, {"never", Colour::Never}})),
           m_time(parameters.choice(
@@ -53,7 +54,7 @@ public:
 
 private:
     int deliver(const sorrel::Message& message) override {
-        m_stream.look(message.seconds);
+        m_stream.look();
         m_line.clear();
         if (m_stream.isJournal()) {
             m_line += '<';
@@ -103,6 +104,8 @@ private:
     }
 
     static constexpr long long kNever = -1;
+    static constexpr int kWait = 10; // milliseconds
+    static constexpr int kLongestWait = 10000;
 
     StandardStream m_stream;
     const Colour m_colour;

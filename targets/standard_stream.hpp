@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -15,6 +17,8 @@
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace {
@@ -51,20 +55,27 @@ private:
 // all have closed it. Where it cannot be opened, the given one it is.
 class OwnDescriptor {
 public:
-    OwnDescriptor(const std::string& path, int otherwise)
-        : m_opened(open(path.c_str(), O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)),
-          m_fd(m_opened != -1 ? m_opened : otherwise) {}
+    OwnDescriptor(const std::string& path, int shared)
+        : m_opened(openOnceMore(path.c_str(), shared)), m_fd(isOwn() ? m_opened : shared) {}
     OwnDescriptor(const OwnDescriptor&) = delete;
     OwnDescriptor& operator=(const OwnDescriptor&) = delete;
     ~OwnDescriptor() {
-        if (m_opened != -1) {
+        if (isOwn()) {
             close(m_opened);
         }
     }
 
+    bool isOwn() const { return m_opened != -1; }
     int get() const { return m_fd; }
 
 private:
+    // Anybody may open the terminal of the own session, also one that belongs to another user.
+    static int openOnceMore(const char* path, int shared) {
+        constexpr int kFlags = O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+        const int opened = open(path, kFlags);
+        return opened == -1 && tcgetsid(shared) == getsid(0) ? open("/dev/tty", kFlags) : opened;
+    }
+
     const int m_opened;
     const int m_fd;
 };
@@ -77,14 +88,26 @@ inline std::string journalStream() {
 
 class StandardStream {
 public:
-    explicit StandardStream(int fd) : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)) {}
+    // A reader that is not ready is waited for this long, once until it has read a whole line again.
+    StandardStream(int fd, int waitMilliseconds)
+        : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)), m_wait(waitMilliseconds) {}
 
-    // Sees where the stream leads, for the process may redirect it. Looks only once in a second of `seconds` while that
-    // is a file.
-    void look(long long seconds) {
-        if (!m_isFile || seconds != m_seconds) {
-            m_seconds = seconds;
-            lookNow();
+    // Sees where the stream leads, for the process may redirect it at any time. Does not ask for times: those of a file
+    // that were asked for have to be renewed by the next write, which costs it half as much again.
+    void look() {
+        struct statx now = {};
+        if (statx(m_fd, "", AT_EMPTY_PATH, STATX_TYPE | STATX_INO, &now) != 0) {
+            return;
+        }
+        const dev_t device = makedev(now.stx_dev_major, now.stx_dev_minor);
+        const bool isAnother = device != m_device || now.stx_ino != m_inode;
+        m_mode = now.stx_mode;
+        if (isAnother) {
+            m_device = device;
+            m_inode = now.stx_ino;
+            m_isTorn = false;
+            m_isTerminal = S_ISCHR(m_mode) && isatty(m_fd) == 1;
+            m_isJournal = m_journal == std::to_string(device) + ":" + std::to_string(m_inode);
         }
     }
 
@@ -97,7 +120,7 @@ public:
             line.insert(0, 1, '\n');
         }
         std::size_t done = 0;
-        const int error = m_isFile ? writeToFile(line, done) : writeToReader(line, done);
+        const int error = S_ISREG(m_mode) ? writeToFile(line, done) : writeToReader(line, done);
         if (done != 0) {
             m_isTorn = line[done - 1] != '\n';
         }
@@ -105,17 +128,6 @@ public:
     }
 
 private:
-    void lookNow() {
-        struct stat now = {};
-        if (fstat(m_fd, &now) == 0 && (now.st_dev != m_status.st_dev || now.st_ino != m_status.st_ino)) {
-            m_status = now;
-            m_isTorn = false;
-            m_isTerminal = S_ISCHR(now.st_mode) && isatty(m_fd) == 1;
-            m_isFile = !m_isTerminal && !S_ISFIFO(now.st_mode) && !S_ISSOCK(now.st_mode);
-            m_isJournal = m_journal == std::to_string(now.st_dev) + ":" + std::to_string(now.st_ino);
-        }
-    }
-
     int writeToFile(const std::string& line, std::size_t& done) const {
         while (done < line.size()) {
             const ssize_t count = ::write(m_fd, line.data() + done, line.size() - done);
@@ -129,7 +141,7 @@ private:
     }
 
     int writeToReader(const std::string& line, std::size_t& done) {
-        if (S_ISSOCK(m_status.st_mode)) {
+        if (S_ISSOCK(m_mode)) {
             return writeSome(
                 line, done,
                 [this](const char* data, std::size_t size) {
@@ -139,26 +151,18 @@ private:
         }
         const NoBrokenPipe none;
         const OwnDescriptor own(m_path, m_fd);
+        // a terminal that is ready has room for one byte, and perhaps for no more
+        const std::size_t most = m_isTerminal && !own.isOwn() ? 1 : PIPE_BUF;
         return writeSome(
             line, done,
-            [&own](const char* data, std::size_t size) {
-                return ::write(own.get(), data, std::min<std::size_t>(size, PIPE_BUF));
-            },
+            [&own, most](const char* data, std::size_t size) { return ::write(own.get(), data, std::min(size, most)); },
             own.get());
     }
 
-    // A reader that is not ready is waited for once, until it has read again.
     template <typename Write>
     int writeSome(const std::string& line, std::size_t& done, Write write, int fd) {
         while (done < line.size()) {
-            pollfd stream = {fd, POLLOUT, 0};
-            const int ready = poll(&stream, 1, m_patience);
-            if (ready != 1) {
-                const bool wasInterrupted = ready == -1 && errno == EINTR && m_patience != 0;
-                m_patience = 0;
-                if (wasInterrupted) {
-                    continue;
-                }
+            if (!isReady(fd)) {
                 return EAGAIN;
             }
             const ssize_t count = write(line.data() + done, line.size() - done);
@@ -168,22 +172,34 @@ private:
                 return errno;
             }
         }
-        m_patience = kPatience;
+        m_patience = m_wait;
         return 0;
     }
 
-    static constexpr int kPatience = 10; // milliseconds
+    bool isReady(int fd) {
+        using std::chrono::steady_clock;
+        pollfd stream = {fd, POLLOUT, 0};
+        int ready = poll(&stream, 1, 0);
+        while (ready != 1 && m_patience > 0) {
+            const steady_clock::time_point start = steady_clock::now();
+            ready = poll(&stream, 1, m_patience);
+            const auto waited = std::chrono::ceil<std::chrono::milliseconds>(steady_clock::now() - start);
+            m_patience -= static_cast<int>(waited.count());
+        }
+        return ready == 1;
+    }
 
     const int m_fd; // belongs to the process
     const std::string m_path;
+    const int m_wait;
     const std::string m_journal = journalStream();
-    struct stat m_status = {};
-    long long m_seconds = 0;
-    bool m_isFile = false;
+    dev_t m_device = 0;
+    std::uint64_t m_inode = 0;
+    mode_t m_mode = 0;
     bool m_isTerminal = false;
     bool m_isJournal = false;
     bool m_isTorn = false;
-    int m_patience = kPatience;
+    int m_patience = m_wait; // what is left of it
 };
 
 } // namespace

@@ -1,83 +1,11 @@
 // The console target, when its reader is slow, has stopped or is gone.
-#include "child_process.hpp"
-#include "line_target_fixture.hpp"
-#include "proc_self.hpp"
-#include "standard_streams.hpp"
+#include "console_stream_fixture.hpp"
 #include "watchdog.hpp"
 
-#include <gmock/gmock.h>
-
-#include <csignal>
-#include <regex>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 
 using testing::HasSubstr;
-using testing::Le;
-using testing::SizeIs;
-
-namespace {
-
-class ConsoleStream : public LineTargetFixture {
-protected:
-    // Loads a target that writes to standard error; failures of the test go to standard output.
-    void loadTarget() { load(pathOf("console") + ",stream=stderr,time=none,colour=never"); }
-
-    void sayNumbers(int first, int last) {
-        for (int i = first; i <= last; ++i) {
-            say({"number " + std::to_string(i)});
-        }
-    }
-
-    // More than any stream takes while nobody reads, then again something that is read.
-    void expectLossAndRecovery(const Ends& ends) {
-        constexpr int kMany = 20000;
-        sayNumbers(1, kMany);
-        const std::string first = ends.read();
-        EXPECT_THAT(first, HasSubstr("number 1\n"));
-        sayNumbers(kMany + 1, kMany + 1);
-        std::string second;
-        waitUntil([&] { return (second += ends.read()).find("number 20001\n") != std::string::npos; });
-        EXPECT_THAT(second, HasSubstr("WARN   console  main       "));
-        EXPECT_THAT(second, HasSubstr(" messages lost: Resource temporarily unavailable\n"));
-        expectLinesToBeWhole(first + second);
-    }
-
-    // At most one line is torn: the one that had no room any more. It has a line of its own.
-    static void expectLinesToBeWhole(const std::string& text) {
-        std::vector<std::string> torn;
-        for (const std::string& line : linesOf(text)) {
-            if (!std::regex_match(line,
-                                  std::regex("INFO   net      main       number [0-9]+|WARN   console  main   .*"))) {
-                torn.push_back(line);
-            }
-        }
-        EXPECT_THAT(torn, SizeIs(Le(1U)));
-    }
-
-    static bool blocksBrokenPipes() { return ((blockedSignals(gettid()) >> (SIGPIPE - 1)) & 1U) != 0; }
-
-    static bool isBrokenPipePending() {
-        sigset_t pending;
-        sigpending(&pending);
-        return sigismember(&pending, SIGPIPE) == 1;
-    }
-
-    // Writes into a stream whose reader is gone, in a child with the usual disposition of SIGPIPE.
-    template <class AnyEnds>
-    void expectToOutliveTheReader() {
-        AnyEnds ends;
-        const Redirected redirected(STDERR_FILENO, ends.input());
-        ends.closeOutput();
-        EXPECT_TRUE(passesInChild([&] {
-            signal(SIGPIPE, SIG_DFL);
-            loadTarget();
-            sayNumbers(1, 100);
-            return !blocksBrokenPipes() && !isBrokenPipePending() && signal(SIGPIPE, SIG_DFL) == SIG_DFL;
-        }));
-    }
-};
-
-} // namespace
 
 TEST_F(ConsoleStream, AFullPipeLosesMessagesAndHoldsNobodyUp) {
     const Watchdog watchdog;
@@ -117,18 +45,7 @@ TEST_F(ConsoleStream, ATerminalWithRoomForAPartOfTheLineToo) {
     const Terminal terminal;
     const Redirected redirected(STDERR_FILENO, terminal.input());
     loadTarget();
-    for (std::size_t length = 2047; length > 1047; length -= 100) { // so that some of them end in the middle
-        for (int i = 0; i < 100; ++i) {
-            say({std::string(length, '\x01')});
-        }
-        terminal.read();
-    }
-    std::string text;
-    EXPECT_TRUE(waitUntil([&] {
-        say("the end");
-        return (text += terminal.read()).find(" the end\n") != std::string::npos;
-    }));
-    EXPECT_THAT(text, HasSubstr("\nWARN   console  main       "));
+    expectLossOfLongLines(terminal);
 }
 
 TEST_F(ConsoleStream, AFullPipeThatCannotBeOpenedOnceMoreToo) {
@@ -136,8 +53,36 @@ TEST_F(ConsoleStream, AFullPipeThatCannotBeOpenedOnceMoreToo) {
     const Pipe pipe;
     const Redirected redirected(STDERR_FILENO, pipe.input());
     loadTarget();
-    ASSERT_EQ(mount("sorrel-test", "/proc/self/fd", "tmpfs", 0, nullptr), 0);
+    hideDescriptors();
     expectLossAndRecovery(pipe);
+}
+
+TEST_F(ConsoleStream, ATerminalThatCannotBeOpenedOnceMoreToo) {
+    const Watchdog watchdog;
+    const Terminal terminal;
+    const Redirected redirected(STDERR_FILENO, terminal.input());
+    loadTarget();
+    hideDescriptors();
+    expectLossOfLongLines(terminal);
+    terminal.processOutput();
+    expectLossOfLongLines(terminal);
+}
+
+TEST_F(ConsoleStream, TheTerminalOfTheSessionCanAlwaysBeOpened) {
+    const Terminal terminal;
+    const Redirected redirected(STDERR_FILENO, terminal.input());
+    files().write("tty", "");
+    ASSERT_EQ(symlink(files().file("tty").c_str(), "/dev/tty"), 0); // in place of the device
+    EXPECT_TRUE(passesInChild([&] {
+        loadTarget();
+        hideDescriptors();
+        say("a");
+        setsid();
+        ioctl(terminal.input(), TIOCSCTTY, 0);
+        say("b");
+        return true;
+    }));
+    EXPECT_EQ(textsIn("tty"), (std::vector<std::string>{"b"}));
 }
 
 TEST_F(ConsoleStream, AStoppedTerminalHoldsNobodyUp) {
@@ -210,7 +155,7 @@ TEST_F(ConsoleStream, FollowsTheStreamWhereTheProcessLeadsIt) {
         say("b");
     }
     const Redirected redirected(STDERR_FILENO, pipe.input());
-    say({"c", 0, 6, "", "net", "main", kLeapDay + 1});
+    say("c");
     dup2(file, STDERR_FILENO);
     say("d");
     close(file);
@@ -218,20 +163,24 @@ TEST_F(ConsoleStream, FollowsTheStreamWhereTheProcessLeadsIt) {
     EXPECT_EQ(textsIn("out"), (std::vector<std::string>{"a", "b", "d"}));
 }
 
-TEST_F(ConsoleStream, AFileThatBecameABrokenPipeIsNoticedInTheNextSecond) {
-    Pipe pipe;
-    pipe.closeOutput();
-    EXPECT_TRUE(passesInChild([&] {
-        signal(SIGPIPE, SIG_DFL);
-        const int file = open(files().file("out").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-        dup2(file, STDERR_FILENO);
-        loadTarget();
-        say("a");
-        dup2(pipe.input(), STDERR_FILENO);
-        say({"b", 0, 6, "", "net", "main", kLeapDay + 1});
-        return true;
-    }));
+TEST_F(ConsoleStream, AFileThatBecameABrokenPipeKillsNobody) {
+    expectToOutliveTheEndOf(files().file("out"));
     EXPECT_EQ(textsIn("out"), (std::vector<std::string>{"a"}));
+}
+
+TEST_F(ConsoleStream, ADeviceThatBecameABrokenPipeKillsNobody) {
+    expectToOutliveTheEndOf("/dev/null");
+}
+
+TEST_F(ConsoleStream, AFileThatBecameAPipeHoldsNobodyUpWhenThatIsFull) {
+    const Watchdog watchdog;
+    const Pipe pipe;
+    const Redirected redirected(STDERR_FILENO, pipe.input());
+    redirectTo(files().file("out"));
+    loadTarget();
+    say("a");
+    dup2(pipe.input(), STDERR_FILENO);
+    expectLossAndRecovery(pipe);
 }
 
 TEST_F(ConsoleStream, ALineThatAFullFileCutOffStaysAlone) {

@@ -197,5 +197,6 @@ TEST_F(Console, WrongParametersAreRefused) {
     expectRefusal("stream=stdin", "\"stream\": \"stdin\" is none of stdout, stderr");
     expectRefusal("colour=red", "\"colour\": \"red\" is none of auto, always, never");
     expectRefusal("time=later", "\"time\": \"later\" is none of clock, iso, relative, none");
+    expectRefusal("wait=10001", "\"wait\": \"10001\" is not a number from 0 to 10000");
     expectRefusal("color=auto", "\"color\": \"auto\" is given to a parameter that does not exist");
 }

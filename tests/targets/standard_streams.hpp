@@ -124,6 +124,14 @@ public:
         check(tcsetattr(slave, TCSANOW, &settings), "tcsetattr");
     }
 
+    // Lets the kernel look at each character, as terminals mostly do: then a line feed, too, waits for room.
+    void processOutput() const {
+        termios settings = {};
+        check(tcgetattr(input(), &settings), "tcgetattr");
+        settings.c_oflag = OPOST;
+        check(tcsetattr(input(), TCSANOW, &settings), "tcsetattr");
+    }
+
     // As Control-S and Control-Q do.
     void stop() const { check(tcflow(input(), TCOOFF), "TCOOFF"); }
     void goOn() const { check(tcflow(input(), TCOON), "TCOON"); }
