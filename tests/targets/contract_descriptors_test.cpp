@@ -52,8 +52,10 @@ protected:
         for (const int fd : m_held) {
             dup2(m_own, fd);
         }
-        log({text});
-        log({text});
+        constexpr int kTwoSeconds = 2000000; // a target may look once in a second
+        for (int i = 0; i < 2; ++i) {
+            log({text, 0, 6, "main", "net", "", kTwoSeconds});
+        }
         unload();
         bool isKept = true;
         for (const int fd : m_held) {
