@@ -52,15 +52,18 @@ public:
 
     // The next append opens the file again.
     void close() {
-        if (m_fd != -1) {
+        if (m_fd != -1 && isOwn()) {
             ::close(m_fd);
-            m_fd = -1;
         }
+        m_fd = -1;
     }
 
     // Appends whole lines, and takes off what is in the file. Looks once in a second of `seconds` whether the file was
     // renamed or removed by others.
     int append(std::string& lines, long long seconds) {
+        if (m_fd != -1 && !isOwn()) {
+            m_fd = -1;
+        }
         if (m_maxSize == 0 && seconds != m_seconds) {
             m_seconds = seconds;
             closeWhenRenamed();
@@ -78,9 +81,23 @@ public:
 private:
     const char* path() const { return m_names.front().c_str(); }
 
+    bool isSame(const struct stat& other) const {
+        return other.st_dev == m_status.st_dev && other.st_ino == m_status.st_ino;
+    }
+
+    // A process that closes all its descriptors may have this number for another file, which is left alone.
+    bool isOwn() {
+        struct stat now = {};
+        if (fstat(m_fd, &now) == -1 || !isSame(now)) {
+            return false;
+        }
+        m_status = now;
+        return true;
+    }
+
     bool closeWhenRenamed() {
         struct stat now = {};
-        if (m_fd != -1 && lstat(path(), &now) == 0 && now.st_dev == m_status.st_dev && now.st_ino == m_status.st_ino) {
+        if (m_fd != -1 && lstat(path(), &now) == 0 && isSame(now)) {
             m_status = now;
             return false;
         }

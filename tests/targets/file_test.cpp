@@ -1,5 +1,7 @@
 // The file target: its lines, its parameters, and which files it takes.
+#include "child_process.hpp"
 #include "line_target_fixture.hpp"
+#include "proc_self.hpp"
 #include "watchdog.hpp"
 
 #include <gmock/gmock.h>
@@ -24,6 +26,24 @@ protected:
     }
 
     bool isLoaded() { return isLibraryOpen(pathOf("file")); }
+
+    // Of the target.
+    int descriptor() {
+        int number = -1;
+        for (const auto& descriptor : openDescriptors()) {
+            number = descriptor.second == files().file("app.log") ? descriptor.first : number;
+        }
+        return number;
+    }
+
+    // Closes the target's descriptor, as a daemon does with all that it has, and gives its number to another file.
+    int takeDescriptor() {
+        const int number = descriptor();
+        const int foreign = open(files().file("foreign").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        EXPECT_EQ(dup3(foreign, number, O_CLOEXEC), number);
+        close(foreign);
+        return number;
+    }
 
     // Expects that a target line is refused with this diagnostic, which names the target.
     void expectRefusal(const std::string& target, const std::string& why) {
@@ -190,4 +210,48 @@ TEST_F(File, ASecondPathOfTheLibraryIsATargetOfItsOwn) {
     EXPECT_THAT(textsIn("second.log"), ElementsAre("one"));
     unload();
     EXPECT_THAT(textsIn("app.log"), ElementsAre("one"));
+}
+
+TEST_F(File, IsOpenedAgainWhenTheProcessHasClosedItsDescriptor) {
+    for (const char* parameters : {"", "max_size=1k"}) {
+        load(fileTarget(parameters));
+        say("a");
+        close(descriptor());
+        say("b");
+        EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
+        unload();
+        std::filesystem::remove(files().file("app.log"));
+    }
+}
+
+TEST_F(File, ItsNumberMayBecomeAnotherFileOfTheProcess) {
+    for (const char* parameters : {"", "max_size=1k", "flush=err"}) {
+        load(fileTarget(parameters));
+        say({"a", 0, 3});
+        const int foreign = takeDescriptor();
+        say("b");
+        unload();
+        EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
+        EXPECT_EQ(textOf("foreign"), "");
+        EXPECT_EQ(close(foreign), 0); // which nobody else has closed
+        std::filesystem::remove(files().file("app.log"));
+    }
+}
+
+TEST_F(File, ALateUnloadClosesNoOtherFileOfTheProcess) {
+    load(fileTarget());
+    const int foreign = takeDescriptor();
+    unload();
+    EXPECT_EQ(close(foreign), 0);
+}
+
+TEST_F(File, AChildThatHasOtherFilesUnderItsNumbersLeavesThemAlone) {
+    load(fileTarget());
+    say("a");
+    EXPECT_TRUE(passesInChild([this] {
+        const int foreign = takeDescriptor();
+        say("b");
+        return textOf("foreign").empty() && close(foreign) == 0;
+    }));
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
 }
