@@ -121,7 +121,11 @@ private:
         int error = lock();
         if (error == 0) {
             const std::size_t size = m_isLocked ? fitting(lines) : lines.size();
-            error = size != 0 ? write(lines.substr(0, size), written) : rotate();
+            if (size != 0) {
+                error = write(lines.substr(0, size), written);
+            } else if (!rotate()) { // rather exceeding the limit than losing lines
+                error = write(lines, written);
+            }
         }
         if (m_fd != -1) {
             flock(m_fd, LOCK_UN);
@@ -175,14 +179,21 @@ private:
         return m_status.st_size == 0 ? lines.find('\n') + 1 : 0;
     }
 
-    int rotate() {
-        for (std::size_t number = m_names.size() - 1; number > 0; --number) {
-            if (rename(m_names[number - 1].c_str(), m_names[number].c_str()) == -1 && errno != ENOENT) {
-                return errno;
+    // Returns whether the file has another name now. Only files in front of the first free name move, so that none is
+    // lost where the newest one can never be renamed.
+    bool rotate() {
+        struct stat status = {};
+        std::size_t number = 1;
+        while (number + 1 < m_names.size() && lstat(m_names[number].c_str(), &status) == 0) {
+            ++number;
+        }
+        for (; number > 0; --number) {
+            if (rename(m_names[number - 1].c_str(), m_names[number].c_str()) == -1) {
+                return false;
             }
         }
         close();
-        return 0;
+        return true;
     }
 
     int write(std::string_view lines, std::size_t& written) {
