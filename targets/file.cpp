@@ -46,7 +46,7 @@ public:
     explicit FileTarget(sorrel::TargetParameters& parameters)
         : MessageTarget(parameters), m_path(parameters.text("file")),
           m_file(m_path, modeFrom(parameters), parameters.bytes("max_size", 0),
-                 parameters.number("max_files", 5, 1, 999), parameters.number("wait", 30, 0, 60000)),
+                 parameters.number("max_files", 5, 1, 999), parameters.number("wait", 10, 0, 60000)),
           m_format(parameters.choice("format", Format::Text, {{"text", Format::Text}, {"json", Format::Json}})),
           m_flushLevel(flushLevelFrom(parameters)) {
         const int error = m_file.open();

@@ -22,7 +22,7 @@ public:
     // No size but 0 is exceeded, unless by a single line. `count` older files are kept. `wait` is for the lock, in
     // milliseconds.
     LogFile(const std::string& path, mode_t mode, off_t maxSize, int count, int wait)
-        : m_names{path}, m_mode(mode), m_maxSize(maxSize), m_tries(wait * kTriesInAMillisecond) {
+        : m_names{path}, m_mode(mode), m_maxSize(maxSize), m_wait(wait) {
         for (int number = 1; number <= count; ++number) {
             m_names.push_back(path + "." + std::to_string(number));
         }
@@ -152,18 +152,27 @@ private:
     // Another process may be stopped while it has the lock. It is waited for once, until the lock can be had again; in
     // between lines are written without it, rather exceeding the limit than losing them.
     bool waitForLock() {
-        constexpr timespec kPause = {0, 1000000 / kTriesInAMillisecond};
+        constexpr timespec kPause = {0, 100000};
         while (flock(m_fd, LOCK_EX | LOCK_NB) == -1) {
             if (errno != EWOULDBLOCK) {
                 return true; // file systems without locks
             }
-            if (++m_refusals > m_tries) {
+            const long long now = milliseconds();
+            m_refusedSince = m_isRefused ? m_refusedSince : now;
+            m_isRefused = true;
+            if (now - m_refusedSince >= m_wait) {
                 return false;
             }
             nanosleep(&kPause, nullptr);
         }
-        m_refusals = 0;
+        m_isRefused = false;
         return true;
+    }
+
+    static long long milliseconds() {
+        timespec now = {};
+        clock_gettime(CLOCK_MONOTONIC, &now);
+        return now.tv_sec * 1000LL + now.tv_nsec / 1000000;
     }
 
     // The length of the lines that the file has room for. In an empty one there is room for every line.
@@ -229,17 +238,16 @@ private:
         }
     }
 
-    static constexpr int kTriesInAMillisecond = 10;
-
     std::vector<std::string> m_names; // the newest file comes first
     const mode_t m_mode;
     const off_t m_maxSize;
-    const int m_tries; // to get the lock
+    const int m_wait; // for the lock, in milliseconds
     int m_fd = -1;
     struct stat m_status = {}; // of the open file
     bool m_isTorn = false;     // the file ends in the middle of a line
     bool m_isLocked = false;
-    int m_refusals = 0; // of the lock, since it was had
+    bool m_isRefused = false; // the lock, since then
+    long long m_refusedSince = 0;
     long long m_seconds = 0;
 };
 

@@ -13,6 +13,7 @@
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 
 using testing::ElementsAre;
@@ -205,6 +206,18 @@ TEST_F(FileRotation, AProcessThatStopsWithTheLockHoldsNobodyUp) {
     close(other);
     sayWord("4");
     EXPECT_THAT(textsIn("app.log"), ElementsAre("4"));
+}
+
+TEST_F(FileRotation, WhereTheClockIsCoarseALockIsWaitedForNoLonger) {
+    constexpr unsigned long kLongestNanosecondsTooLate = 500000000;
+    ASSERT_EQ(prctl(PR_SET_TIMERSLACK, kLongestNanosecondsTooLate), 0);
+    const Watchdog watchdog(std::chrono::seconds(20));
+    load(fileTarget("max_size=250"));
+    const int other = open(files().file("app.log").c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    sayWord("0");
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("0"));
+    close(other);
 }
 
 TEST_F(FileRotation, AFileThatCannotBeRenamedGrows) {
