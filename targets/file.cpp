@@ -49,6 +49,7 @@ public:
                  parameters.number("max_files", 5, 1, 999), parameters.number("wait", 10, 0, 60000)),
           m_format(parameters.choice("format", Format::Text, {{"text", Format::Text}, {"json", Format::Json}})),
           m_flushLevel(flushLevelFrom(parameters)) {
+        parameters.refuseUnknown(); // before there is a file
         const int error = m_file.open();
         if (error != 0) {
             sorrel::TargetParameters::refuse("file", m_path,

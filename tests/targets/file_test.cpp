@@ -188,6 +188,8 @@ TEST_F(File, WrongParametersAreRefused) {
 TEST_F(File, ARefusedParameterLeavesNoFileBehind) {
     expectRefusalOf("format", "xml", "is none of text, json");
     EXPECT_FALSE(exists("app.log"));
+    expectRefusalOf("flie", "twice", "is given to a parameter that does not exist");
+    EXPECT_FALSE(exists("app.log"));
 }
 
 TEST_F(File, LevelsAndComponentsAreChosen) {
