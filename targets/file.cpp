@@ -101,15 +101,15 @@ private:
         return error;
     }
 
-    // A child leaves to its parent what the parent has not written, and opens the file anew, since a lock belongs to
-    // all who share a descriptor.
+    // A child leaves to its parent what the parent has not written, and opens the file anew where it can, since a lock
+    // belongs to all who share a descriptor.
     void noticeFork(int processId) {
         if (processId != m_processId) { // which saves all others the system call
             m_processId = processId;
             if (getpid() != m_owner) {
                 m_owner = getpid();
                 m_lines.clear();
-                m_file.close();
+                (void)m_file.renew();
             }
         }
     }

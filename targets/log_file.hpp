@@ -33,19 +33,24 @@ public:
 
     // Makes the file when there is none. Returns 0 or an error number, as the functions below do: EINVAL for what is no
     // regular file.
-    int open() {
-        if (m_fd != -1) {
-            return 0;
-        }
+    int open() { return m_fd != -1 ? 0 : renew(); }
+
+    // Opens the file that has the name now, and only then closes the one that was open.
+    int renew() {
         // neither a link that somebody has laid here is followed, nor a reader of a pipe waited for
-        m_fd = ::open(path(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, m_mode);
-        if (m_fd == -1) {
+        constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+        const int fd = ::open(path(), kFlags, m_mode);
+        if (fd == -1) {
             return errno == ENXIO ? EINVAL : errno; // a pipe without a reader
         }
-        if (fstat(m_fd, &m_status) == -1 || !S_ISREG(m_status.st_mode)) {
-            close();
+        struct stat status = {};
+        if (fstat(fd, &status) == -1 || !S_ISREG(status.st_mode)) {
+            ::close(fd);
             return EINVAL;
         }
+        close();
+        m_fd = fd;
+        m_status = status;
         m_isTorn = !endsWithLine();
         return 0;
     }
@@ -66,7 +71,7 @@ public:
         }
         if (m_maxSize == 0 && seconds != m_seconds) {
             m_seconds = seconds;
-            closeWhenRenamed();
+            followName();
         }
         std::size_t written = 0;
         int error = 0;
@@ -95,10 +100,19 @@ private:
         return true;
     }
 
-    bool closeWhenRenamed() {
+    // Looks whether the file was renamed or removed. Returns whether it is another one than before, or none. A process
+    // that has given up its rights, or changed its root, goes on with the one that it has, as long as that has a name.
+    bool followName() {
         struct stat now = {};
-        if (m_fd != -1 && lstat(path(), &now) == 0 && isSame(now)) {
+        if (lstat(path(), &now) == 0 && isSame(now)) {
             m_status = now;
+            return false;
+        }
+        if (renew() == 0) {
+            return true;
+        }
+        if (isOwn() && m_status.st_nlink != 0) {
+            m_isLocked = false; // since this is not the newest one
             return false;
         }
         close();
@@ -142,7 +156,7 @@ private:
                 return error;
             }
             m_isLocked = waitForLock();
-            if (!closeWhenRenamed()) {
+            if (!followName()) {
                 return 0;
             }
         }
@@ -201,7 +215,6 @@ private:
                 return false;
             }
         }
-        close();
         return true;
     }
 

@@ -1,4 +1,4 @@
-// The file target, when its file is full or was renamed: by itself, by another process, by logrotate.
+// The file target, when its file is full and gets another name.
 #include "child_process.hpp"
 #include "line_target_fixture.hpp"
 #include "proc_self.hpp"
@@ -17,7 +17,6 @@
 #include <sys/stat.h>
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
@@ -242,39 +241,4 @@ TEST_F(FileRotation, AFileThatCannotBeRenamedCostsNoOlderOne) {
     ASSERT_EQ(umount(files().file("app.log").c_str()), 0);
     EXPECT_THAT(textsIn("app.log.2"), ElementsAre("1"));
     EXPECT_THAT(textsIn("app.log.3"), ElementsAre("2"));
-    EXPECT_FALSE(diagnostics().has("lost"));
-}
-
-TEST_F(FileRotation, ARenamedFileIsNoticedInTheNextSecond) {
-    load(fileTarget());
-    say("0");
-    move("app.log", "elsewhere");
-    say({"1", 0, 6, "", "net", "main", kLeapDay + 1});
-    EXPECT_THAT(textsIn("elsewhere"), ElementsAre("0"));
-    EXPECT_THAT(textsIn("app.log"), ElementsAre("1"));
-}
-
-TEST_F(FileRotation, ARemovedFileIsMadeAgain) {
-    for (const char* parameters : {"", "max_size=1k"}) {
-        load(fileTarget(parameters));
-        say("0");
-        std::filesystem::remove(files().file("app.log"));
-        say({"1", 0, 6, "", "net", "main", kLeapDay + 1});
-        EXPECT_THAT(textsIn("app.log"), ElementsAre("1"));
-        unload();
-        std::filesystem::remove(files().file("app.log"));
-    }
-}
-
-TEST_F(FileRotation, ALinkThatTookTheFilesPlaceIsNotFollowed) {
-    load(fileTarget());
-    say("0");
-    move("app.log", "elsewhere");
-    ASSERT_EQ(symlink(files().file("secret").c_str(), files().file("app.log").c_str()), 0);
-    say({"1", 0, 6, "", "net", "main", kLeapDay + 1});
-    EXPECT_FALSE(exists("secret"));
-    std::filesystem::remove(files().file("app.log"));
-    say({"2", 0, 6, "", "net", "main", kLeapDay + 2});
-    EXPECT_THAT(textOf("app.log"), HasSubstr(" 1 message lost: Too many levels of symbolic links\n"));
-    EXPECT_THAT(textsIn("app.log").back(), "2");
 }
