@@ -6,6 +6,7 @@
 
 #include <sorrel/target_library.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -61,11 +62,9 @@ public:
     FileTarget(const FileTarget&) = delete;
     FileTarget& operator=(const FileTarget&) = delete;
     ~FileTarget() override {
-        constexpr int kWarningPriority = 4;
         const int error = getpid() == m_owner ? m_file.append(m_lines, m_oldest.seconds) : 0;
         if (error != 0) {
-            sorrel::sorrel_tangleLog(kWarningPriority, "%s-target: the last %zu bytes for \"%s\" are lost: %s",
-                                     name().c_str(), m_lines.size(), m_path.c_str(), std::strerror(error));
+            countLost(static_cast<std::size_t>(std::count(m_lines.begin(), m_lines.end(), '\n')), error);
         }
     }
 

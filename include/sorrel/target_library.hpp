@@ -30,6 +30,7 @@
 #include <sorrel/tangle_log.h>
 #include <sorrel/target_parameters.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -163,6 +164,14 @@ protected:
     // Writes one message. Returns 0, or the error number that says why it is lost: EAGAIN and ENOBUFS when the other
     // side takes no more for now, every other one for a failure. Called under the container's mutex, by any thread.
     virtual int deliver(const Message& message) = 0;
+
+    // So many messages, of which deliver() has returned 0, are lost nevertheless: they were kept for later.
+    void countLost(std::size_t messages, int error) {
+        m_firstError = m_lost == 0 ? error : m_firstError;
+        m_lost += messages;
+        m_failed += messages;
+        m_written -= std::min<unsigned long long>(messages, m_written); // announcements are not among these
+    }
 
 private:
     int attempt(const Message& message) {

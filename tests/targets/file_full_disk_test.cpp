@@ -143,11 +143,14 @@ TEST_F(FileFullDisk, ABufferThatIsFullTooLosesLines) {
     EXPECT_EQ(linesOf(text()).size(), 6U + 2);
 }
 
-TEST_F(FileFullDisk, ABufferThatCannotBeWrittenInTheEndIsReported) {
+TEST_F(FileFullDisk, ABufferThatCannotBeWrittenInTheEndIsALossOfItsMessages) {
+    setVerboseDiagnostics();
     load(target("flush=err"));
+    say({"number 0", 0, 3});
     fillDisk(0);
-    say("number 0");
+    say({std::string(kPage, 'x')});
+    say("number 2");
     unload();
-    EXPECT_TRUE(diagnostics().has(
-        "file-target: the last 63 bytes for \"/run/disk/app.log\" are lost: No space left on device"));
+    EXPECT_TRUE(diagnostics().has("file-target: 2 messages lost: No space left on device"));
+    EXPECT_TRUE(diagnostics().has("file-target: 1 messages written, 0 dropped, 2 failed"));
 }

@@ -20,6 +20,7 @@ public:
 
     std::vector<std::string> pages; // "LEVEL COMPONENT TEXT"
     std::function<int()> failure = [] { return 0; };
+    using MessageTarget::countLost;
 
 private:
     int deliver(const sorrel::Message& message) override {
@@ -149,6 +150,25 @@ TEST_F(MessageTarget, AtTheEndTheCountersAreTold) {
                                                    "book-target: 2 messages written, 2 dropped, 1 failed"));
     EXPECT_EQ(diagnostics().records().front().priority, 4);
     EXPECT_EQ(diagnostics().records().back().priority, 7);
+}
+
+TEST_F(MessageTarget, WhatWasKeptAndIsLostLaterIsNotCountedAsWritten) {
+    BookTarget& book = open({});
+    say("a");
+    say("b");
+    say("c");
+    book.countLost(2, EIO);
+    close();
+    EXPECT_THAT(diagnostics().texts(), ElementsAre("book-target: 2 messages lost: Input/output error",
+                                                   "book-target: 1 messages written, 0 dropped, 2 failed"));
+}
+
+TEST_F(MessageTarget, NoLessThanNothingIsWrittenWhereAnAnnouncementIsLostToo) {
+    BookTarget& book = open({});
+    book.countLost(1, EIO);
+    close();
+    EXPECT_THAT(diagnostics().texts(), ElementsAre("book-target: 1 message lost: Input/output error",
+                                                   "book-target: 0 messages written, 0 dropped, 1 failed"));
 }
 
 TEST_F(MessageTarget, WithoutALossNoneIsTold) {
