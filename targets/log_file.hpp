@@ -49,7 +49,7 @@ public:
             return EINVAL;
         }
         close();
-        m_fd = fd;
+        m_fd = withHighNumber(fd);
         m_status = status;
         m_isTorn = !endsWithLine();
         return 0;
@@ -66,7 +66,8 @@ public:
     // Appends whole lines, and takes off what is in the file. Looks once in a second of `seconds` whether the file was
     // renamed or removed by others.
     int append(std::string& lines, long long seconds) {
-        if (m_fd != -1 && !isOwn()) {
+        // a system call more for each line is worth its cost only where there are others, or the number is a low one
+        if (m_fd != -1 && (m_maxSize != 0 || seconds != m_seconds || m_fd < kHighNumber) && !isOwn()) {
             m_fd = -1;
         }
         if (m_maxSize == 0 && seconds != m_seconds) {
@@ -78,6 +79,10 @@ public:
         while (error == 0 && written < lines.size()) {
             const std::string_view rest = std::string_view(lines).substr(written);
             error = m_maxSize == 0 ? write(rest, written) : writeWithinLimit(rest, written);
+            if (error == EBADF) { // closed by the process
+                m_fd = -1;
+                error = open();
+            }
         }
         lines.erase(0, written);
         return error;
@@ -90,7 +95,17 @@ private:
         return other.st_dev == m_status.st_dev && other.st_ino == m_status.st_ino;
     }
 
-    // A process that closes all its descriptors may have this number for another file, which is left alone.
+    // A process that closes all its descriptors may soon have the low numbers for other files.
+    static int withHighNumber(int fd) {
+        const int high = fcntl(fd, F_DUPFD_CLOEXEC, kHighNumber);
+        if (high == -1) {
+            return fd;
+        }
+        ::close(fd);
+        return high;
+    }
+
+    // Another file that has got the number of this one is left alone.
     bool isOwn() {
         struct stat now = {};
         if (fstat(m_fd, &now) == -1 || !isSame(now)) {
@@ -250,6 +265,8 @@ private:
             m_isTorn = ftruncate(m_fd, end - static_cast<off_t>(size)) == -1;
         }
     }
+
+    static constexpr int kHighNumber = 1000; // processes may usually have 1024 descriptors
 
     std::vector<std::string> m_names; // the newest file comes first
     const mode_t m_mode;
