@@ -16,7 +16,8 @@
 namespace {
 
 // Whoever renames the files holds the lock of the newest one, and whoever has waited for a lock looks whether the file
-// still has its name. Without a limit nobody renames here, and nobody locks: a write in append mode is atomic.
+// still has its name. Without a limit nobody renames here, and nobody locks: a write in append mode is atomic. But on a
+// full disk, where the beginning of a line may have to be taken back.
 class LogFile {
 public:
     // No size but 0 is exceeded, unless by a single line. `count` older files are kept. `wait` is for the lock, in
@@ -49,7 +50,7 @@ public:
             return EINVAL;
         }
         close();
-        m_fd = fd;
+        m_fd = withHighNumber(fd);
         m_status = status;
         m_isTorn = !endsWithLine();
         return 0;
@@ -66,7 +67,8 @@ public:
     // Appends whole lines, and takes off what is in the file. Looks once in a second of `seconds` whether the file was
     // renamed or removed by others.
     int append(std::string& lines, long long seconds) {
-        if (m_fd != -1 && !isOwn()) {
+        // a system call more for each line is worth its cost only where there are others, or the number is a low one
+        if (m_fd != -1 && (m_maxSize != 0 || seconds != m_seconds || m_fd < kHighNumber) && !isOwn()) {
             m_fd = -1;
         }
         if (m_maxSize == 0 && seconds != m_seconds) {
@@ -77,8 +79,16 @@ public:
         int error = 0;
         while (error == 0 && written < lines.size()) {
             const std::string_view rest = std::string_view(lines).substr(written);
-            error = m_maxSize == 0 ? write(rest, written) : writeWithinLimit(rest, written);
+            error = m_maxSize == 0 && !m_isFull ? write(rest, written) : writeLocked(rest, written);
+            if (error == EBADF) { // closed by the process
+                m_fd = -1;
+                error = open();
+            }
         }
+        if (m_fd != -1 && (m_maxSize != 0 || m_isFull || error != 0)) {
+            flock(m_fd, LOCK_UN);
+        }
+        m_isFull = error != 0 || (m_isFull && written == 0); // until something was written
         lines.erase(0, written);
         return error;
     }
@@ -90,7 +100,17 @@ private:
         return other.st_dev == m_status.st_dev && other.st_ino == m_status.st_ino;
     }
 
-    // A process that closes all its descriptors may have this number for another file, which is left alone.
+    // A process that closes all its descriptors may soon have the low numbers for other files.
+    static int withHighNumber(int fd) {
+        const int high = fcntl(fd, F_DUPFD_CLOEXEC, kHighNumber);
+        if (high == -1) {
+            return fd;
+        }
+        ::close(fd);
+        return high;
+    }
+
+    // Another file that has got the number of this one is left alone.
     bool isOwn() {
         struct stat now = {};
         if (fstat(m_fd, &now) == -1 || !isSame(now)) {
@@ -131,7 +151,7 @@ private:
     }
 
     // Appends the lines that there is room for, or makes room.
-    int writeWithinLimit(std::string_view lines, std::size_t& written) {
+    int writeLocked(std::string_view lines, std::size_t& written) {
         int error = lock();
         if (error == 0) {
             const std::size_t size = m_isLocked ? fitting(lines) : lines.size();
@@ -140,9 +160,6 @@ private:
             } else if (!rotate()) { // rather exceeding the limit than losing lines
                 error = write(lines, written);
             }
-        }
-        if (m_fd != -1) {
-            flock(m_fd, LOCK_UN);
         }
         return error;
     }
@@ -191,6 +208,9 @@ private:
 
     // The length of the lines that the file has room for. In an empty one there is room for every line.
     std::size_t fitting(std::string_view lines) const {
+        if (m_maxSize == 0) {
+            return lines.size();
+        }
         const off_t room = m_maxSize - m_status.st_size - (m_isTorn ? 1 : 0);
         if (room >= 0 && lines.size() <= static_cast<std::size_t>(room)) {
             return lines.size();
@@ -244,12 +264,18 @@ private:
 
     // Takes the beginning of a line off the file, which was full; unless another process has appended behind it.
     void takeBack(std::size_t size) {
+        if (size == 0) {
+            return;
+        }
+        (void)waitForLock(); // which this process may have already
         struct stat now = {};
         const off_t end = lseek(m_fd, 0, SEEK_CUR);
-        if (size != 0 && fstat(m_fd, &now) == 0 && now.st_size == end) {
+        if (fstat(m_fd, &now) == 0 && now.st_size == end) {
             m_isTorn = ftruncate(m_fd, end - static_cast<off_t>(size)) == -1;
         }
     }
+
+    static constexpr int kHighNumber = 1000; // processes may usually have 1024 descriptors
 
     std::vector<std::string> m_names; // the newest file comes first
     const mode_t m_mode;
@@ -259,6 +285,7 @@ private:
     struct stat m_status = {}; // of the open file
     bool m_isTorn = false;     // the file ends in the middle of a line
     bool m_isLocked = false;
+    bool m_isFull = false;    // the disk, or writing fails for another reason
     bool m_isRefused = false; // the lock, since then
     long long m_refusedSince = 0;
     long long m_seconds = 0;

@@ -4,7 +4,10 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <fcntl.h>
 #include <fstream>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <vector>
@@ -100,6 +103,21 @@ TEST_F(FileFullDisk, ACutOffLineIsTakenBackSoThatAnotherProcessCanGoOn) {
         return true;
     }));
     expectWholeLines();
+}
+
+TEST_F(FileFullDisk, NobodyWritesWhileAnotherProcessTakesALineBack) {
+    constexpr std::chrono::milliseconds kWait(200);
+    load(target("wait=" + std::to_string(kWait.count())));
+    fillDisk(0);
+    say("number 0");
+    freeDisk();
+    const int other = open(kFile, O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(other, LOCK_EX), 0);
+    const auto begin = std::chrono::steady_clock::now();
+    say("number 1");
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, kWait / 2);
+    EXPECT_THAT(text(), HasSubstr(" number 1\n"));
+    close(other);
 }
 
 TEST_F(FileFullDisk, WithALimitLinesStayWholeToo) {

@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <filesystem>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 using testing::ElementsAre;
@@ -226,7 +227,25 @@ TEST_F(File, IsOpenedAgainWhenTheProcessHasClosedItsDescriptor) {
     }
 }
 
-TEST_F(File, ItsNumberMayBecomeAnotherFileOfTheProcess) {
+TEST_F(File, ItsNumberIsNotSoonThatOfAnotherFile) {
+    load(fileTarget());
+    EXPECT_GE(descriptor(), 1000);
+}
+
+TEST_F(File, AHighNumberOfAnotherFileIsNoticedInTheNextSecond) {
+    load(fileTarget());
+    say("a");
+    const int foreign = takeDescriptor();
+    say({"b", 0, 6, "", "net", "main", kLeapDay + 1});
+    unload();
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
+    EXPECT_EQ(textOf("foreign"), "");
+    EXPECT_EQ(close(foreign), 0); // which nobody else has closed
+}
+
+TEST_F(File, ALowNumberOfAnotherFileIsNoticedAtOnce) {
+    const rlimit few = {100, 100};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     for (const char* parameters : {"", "max_size=1k", "flush=err"}) {
         load(fileTarget(parameters));
         say({"a", 0, 3});
@@ -235,7 +254,7 @@ TEST_F(File, ItsNumberMayBecomeAnotherFileOfTheProcess) {
         unload();
         EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
         EXPECT_EQ(textOf("foreign"), "");
-        EXPECT_EQ(close(foreign), 0); // which nobody else has closed
+        EXPECT_EQ(close(foreign), 0);
         std::filesystem::remove(files().file("app.log"));
     }
 }
