@@ -54,7 +54,7 @@ public:
 
 private:
     int deliver(const sorrel::Message& message) override {
-        m_stream.look();
+        m_stream.look(message.seconds);
         m_line.clear();
         if (m_stream.isJournal()) {
             m_line += '<';

@@ -18,6 +18,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/uio.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -92,9 +93,15 @@ public:
     StandardStream(int fd, int waitMilliseconds)
         : m_fd(fd), m_path("/proc/self/fd/" + std::to_string(fd)), m_wait(waitMilliseconds) {}
 
-    // Sees where the stream leads, for the process may redirect it at any time. Does not ask for times: those of a file
-    // that were asked for have to be renewed by the next write, which costs it half as much again.
-    void look() {
+    // Sees where the stream leads, for the process may redirect it at any time. A file that is appended to is looked at
+    // once in a second of `seconds`: a write finds out by itself what it has become. Does not ask for times: those of a
+    // file that were asked for have to be renewed by the next write.
+    void look(long long seconds) {
+        if (m_isAppended && seconds == m_seconds) {
+            return;
+        }
+        m_seconds = seconds;
+        m_isAppended = false;
         struct statx now = {};
         if (statx(m_fd, "", AT_EMPTY_PATH, STATX_TYPE | STATX_INO, &now) != 0) {
             return;
@@ -102,6 +109,7 @@ public:
         const dev_t device = makedev(now.stx_dev_major, now.stx_dev_minor);
         const bool isAnother = device != m_device || now.stx_ino != m_inode;
         m_mode = now.stx_mode;
+        m_isAppended = m_canAppend && S_ISREG(m_mode) && (fcntl(m_fd, F_GETFL) & O_APPEND) != 0;
         if (isAnother) {
             m_device = device;
             m_inode = now.stx_ino;
@@ -120,7 +128,16 @@ public:
             line.insert(0, 1, '\n');
         }
         std::size_t done = 0;
-        const int error = S_ISREG(m_mode) ? writeToFile(line, done) : writeToReader(line, done);
+        int error = m_isAppended ? append(line, done) : ESPIPE;
+        if (m_isAppended && (error == ESPIPE || error == EOPNOTSUPP)) {
+            m_canAppend = error == ESPIPE;
+            m_isAppended = false;
+            look(m_seconds);
+            error = ESPIPE;
+        }
+        if (error == ESPIPE) {
+            error = S_ISREG(m_mode) ? writeToFile(line, done) : writeToReader(line, done);
+        }
         if (done != 0) {
             m_isTorn = line[done - 1] != '\n';
         }
@@ -128,6 +145,21 @@ public:
     }
 
 private:
+    // For a file. Fails with ESPIPE for a pipe or a terminal, which would hold us up or raise a signal; with EOPNOTSUPP
+    // where the kernel does not know how to do it.
+    int append(std::string& line, std::size_t& done) const {
+        while (done < line.size()) {
+            const iovec rest = {line.data() + done, line.size() - done};
+            const ssize_t count = pwritev2(m_fd, &rest, 1, 0, RWF_APPEND);
+            if (count >= 0) {
+                done += static_cast<std::size_t>(count);
+            } else if (errno != EINTR) {
+                return errno == ENOSYS ? EOPNOTSUPP : errno;
+            }
+        }
+        return 0;
+    }
+
     int writeToFile(const std::string& line, std::size_t& done) const {
         while (done < line.size()) {
             const ssize_t count = ::write(m_fd, line.data() + done, line.size() - done);
@@ -196,6 +228,9 @@ private:
     dev_t m_device = 0;
     std::uint64_t m_inode = 0;
     mode_t m_mode = 0;
+    long long m_seconds = 0;   // of the last look
+    bool m_isAppended = false; // a file, in append mode
+    bool m_canAppend = true;   // the kernel is new enough
     bool m_isTerminal = false;
     bool m_isJournal = false;
     bool m_isTorn = false;
