@@ -2,6 +2,7 @@
 #include "ring_fixture.hpp"
 
 #include <gmock/gmock.h>
+#include <sorrelctl/record_filter.hpp>
 
 #include <cstdio>
 #include <cstdlib>
@@ -147,6 +148,13 @@ TEST_F(SorrelctlRecord, MessagesAreChosen) {
     EXPECT_THAT(chosen("--grep '^(first|last)' --component ui.menu"), ElementsAre("last"));
     EXPECT_THAT(chosen("--last 0"), IsEmpty());
     EXPECT_THAT(chosen("--last 99"), testing::SizeIs(5));
+}
+
+TEST_F(SorrelctlRecord, ATextIsSearchedToItsEndAndNoFurther) {
+    const std::vector<char> text = {'a', 'b', '\0', 'c'}; // and nothing behind it, as at the end of a file
+    EXPECT_TRUE(sorrelctl::Regex("c$").isFoundIn({text.data(), text.size()}));
+    EXPECT_TRUE(sorrelctl::Regex("^a").isFoundIn({text.data(), text.size()}));
+    EXPECT_FALSE(sorrelctl::Regex("b").isFoundIn({text.data(), 1}));
 }
 
 TEST_F(SorrelctlRecord, TimesAreWrittenInManyWays) {

@@ -79,9 +79,10 @@ Regex::Regex(const std::string& expression) : m_compiled(new regex_t) {
 }
 
 bool Regex::isFoundIn(std::string_view text) const {
+    const std::string terminated(text); // which not every regexec does without
     regmatch_t range = {};
     range.rm_eo = static_cast<regoff_t>(text.size());
-    return regexec(m_compiled.get(), text.data(), 1, &range, REG_STARTEND) == 0;
+    return regexec(m_compiled.get(), terminated.c_str(), 1, &range, REG_STARTEND) == 0;
 }
 
 Since::Since(const std::string& words) {
