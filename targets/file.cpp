@@ -12,7 +12,6 @@
 #include <climits>
 #include <cstring>
 #include <string>
-#include <unistd.h>
 
 namespace {
 
@@ -62,7 +61,7 @@ public:
     FileTarget(const FileTarget&) = delete;
     FileTarget& operator=(const FileTarget&) = delete;
     ~FileTarget() override {
-        const int error = getpid() == m_owner ? m_file.append(m_lines, m_oldest.seconds) : 0;
+        const int error = isForked() ? 0 : m_file.append(m_lines, m_oldest.seconds);
         if (error != 0) {
             countLost(static_cast<std::size_t>(std::count(m_lines.begin(), m_lines.end(), '\n')), error);
         }
@@ -75,7 +74,6 @@ private:
     };
 
     int deliver(const sorrel::Message& message) override {
-        noticeFork(message.processId);
         const int earlierError = m_isFull ? m_file.append(m_lines, message.seconds) : 0;
         m_isFull = earlierError != 0;
         return earlierError != 0 ? earlierError : add(message);
@@ -100,17 +98,10 @@ private:
         return error;
     }
 
-    // A child leaves to its parent what the parent has not written, and opens the file anew where it can, since a lock
-    // belongs to all who share a descriptor.
-    void noticeFork(int processId) {
-        if (processId != m_processId) { // which saves all others the system call
-            m_processId = processId;
-            if (getpid() != m_owner) {
-                m_owner = getpid();
-                m_lines.clear();
-                (void)m_file.renew();
-            }
-        }
+    // Opens the file anew where it can, since a lock belongs to all who share a descriptor.
+    void forked() override {
+        m_lines.clear();
+        (void)m_file.renew();
     }
 
     bool waitTooLong(const sorrel::Message& message) const {
@@ -137,8 +128,6 @@ private:
     std::string m_lines;    // not yet written
     Time m_oldest = {0, 0}; // of them
     bool m_isFull = false;  // and cannot be written either
-    int m_owner = getpid(); // of the lines
-    int m_processId = 0;    // of the last message
 };
 
 } // namespace

@@ -2,6 +2,8 @@
 #ifndef SORREL_TARGETS_LOG_FILE_HPP
 #define SORREL_TARGETS_LOG_FILE_HPP
 
+#include "descriptor.hpp"
+
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
@@ -30,46 +32,35 @@ public:
     }
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
-    ~LogFile() { close(); }
+    ~LogFile() = default;
 
     // Makes the file when there is none. Returns 0 or an error number, as the functions below do: EINVAL for what is no
     // regular file.
-    int open() { return m_fd != -1 ? 0 : renew(); }
+    int open() { return m_file.get() != -1 ? 0 : renew(); }
 
     // Opens the file that has the name now, and only then closes the one that was open.
     int renew() {
         // neither a link that somebody has laid here is followed, nor a reader of a pipe waited for
         constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-        const int fd = ::open(path(), kFlags, m_mode);
-        if (fd == -1) {
+        Descriptor file;
+        if (!file.take(withHighNumber(::open(path(), kFlags, m_mode)))) {
             return errno == ENXIO ? EINVAL : errno; // a pipe without a reader
         }
-        struct stat status = {};
-        if (fstat(fd, &status) == -1 || !S_ISREG(status.st_mode)) {
-            ::close(fd);
+        if (!S_ISREG(file.status().st_mode)) {
             return EINVAL;
         }
-        close();
-        m_fd = withHighNumber(fd);
-        m_status = status;
+        m_file.swap(file);
+        m_size = m_file.status().st_size;
         m_isTorn = !endsWithLine();
         return 0;
-    }
-
-    // The next append opens the file again.
-    void close() {
-        if (m_fd != -1 && isOwn()) {
-            ::close(m_fd);
-        }
-        m_fd = -1;
     }
 
     // Appends whole lines, and takes off what is in the file. Looks once in a second of `seconds` whether the file was
     // renamed or removed by others.
     int append(std::string& lines, long long seconds) {
         // a system call more for each line is worth its cost only where there are others, or the number is a low one
-        if (m_fd != -1 && (m_maxSize != 0 || seconds != m_seconds || m_fd < kHighNumber) && !isOwn()) {
-            m_fd = -1;
+        if ((m_maxSize != 0 || seconds != m_seconds || m_file.get() < kHighNumber) && !m_file.isOpen()) {
+            m_file.close();
         }
         if (m_maxSize == 0 && seconds != m_seconds) {
             m_seconds = seconds;
@@ -81,12 +72,12 @@ public:
             const std::string_view rest = std::string_view(lines).substr(written);
             error = m_maxSize == 0 && !m_isFull ? write(rest, written) : writeLocked(rest, written);
             if (error == EBADF) { // closed by the process
-                m_fd = -1;
+                m_file.close();
                 error = open();
             }
         }
-        if (m_fd != -1 && (m_maxSize != 0 || m_isFull || error != 0)) {
-            flock(m_fd, LOCK_UN);
+        if (m_maxSize != 0 || m_isFull || error != 0) {
+            flock(m_file.get(), LOCK_UN);
         }
         m_isFull = error != 0 || (m_isFull && written == 0); // until something was written
         lines.erase(0, written);
@@ -97,12 +88,12 @@ private:
     const char* path() const { return m_names.front().c_str(); }
 
     bool isSame(const struct stat& other) const {
-        return other.st_dev == m_status.st_dev && other.st_ino == m_status.st_ino;
+        return other.st_dev == m_file.status().st_dev && other.st_ino == m_file.status().st_ino;
     }
 
     // A process that closes all its descriptors may soon have the low numbers for other files.
     static int withHighNumber(int fd) {
-        const int high = fcntl(fd, F_DUPFD_CLOEXEC, kHighNumber);
+        const int high = fd != -1 ? fcntl(fd, F_DUPFD_CLOEXEC, kHighNumber) : -1;
         if (high == -1) {
             return fd;
         }
@@ -110,41 +101,31 @@ private:
         return high;
     }
 
-    // Another file that has got the number of this one is left alone.
-    bool isOwn() {
-        struct stat now = {};
-        if (fstat(m_fd, &now) == -1 || !isSame(now)) {
-            return false;
-        }
-        m_status = now;
-        return true;
-    }
-
     // Looks whether the file was renamed or removed. Returns whether it is another one than before, or none. A process
     // that has given up its rights, or changed its root, goes on with the one that it has, as long as that has a name.
     bool followName() {
         struct stat now = {};
         if (lstat(path(), &now) == 0 && isSame(now)) {
-            m_status = now;
+            m_size = now.st_size;
             return false;
         }
         if (renew() == 0) {
             return true;
         }
-        if (isOwn() && m_status.st_nlink != 0) {
+        if (fstat(m_file.get(), &now) == 0 && now.st_nlink != 0) {
             m_isLocked = false; // since this is not the newest one
             return false;
         }
-        close();
+        m_file.close();
         return true;
     }
 
     // A process that was killed may have left half a line. What may not be read is taken for whole.
     bool endsWithLine() const {
         char last = '\n';
-        const int fd = m_status.st_size == 0 ? -1 : ::open(path(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+        const int fd = m_size == 0 ? -1 : ::open(path(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
         if (fd != -1) {
-            (void)!pread(fd, &last, 1, m_status.st_size - 1);
+            (void)!pread(fd, &last, 1, m_size - 1);
             ::close(fd);
         }
         return last == '\n';
@@ -184,7 +165,7 @@ private:
     // between lines are written without it, rather exceeding the limit than losing them.
     bool waitForLock() {
         constexpr timespec kPause = {0, 100000};
-        while (flock(m_fd, LOCK_EX | LOCK_NB) == -1) {
+        while (flock(m_file.get(), LOCK_EX | LOCK_NB) == -1) {
             if (errno != EWOULDBLOCK) {
                 return true; // file systems without locks
             }
@@ -211,7 +192,7 @@ private:
         if (m_maxSize == 0) {
             return lines.size();
         }
-        const off_t room = m_maxSize - m_status.st_size - (m_isTorn ? 1 : 0);
+        const off_t room = m_maxSize - m_size - (m_isTorn ? 1 : 0);
         if (room >= 0 && lines.size() <= static_cast<std::size_t>(room)) {
             return lines.size();
         }
@@ -219,7 +200,7 @@ private:
         if (end != std::string::npos) {
             return end + 1;
         }
-        return m_status.st_size == 0 ? lines.find('\n') + 1 : 0;
+        return m_size == 0 ? lines.find('\n') + 1 : 0;
     }
 
     // Returns whether the file has another name now. Only files in front of the first free name move, so that none is
@@ -241,12 +222,12 @@ private:
     int write(std::string_view lines, std::size_t& written) {
         int error = open();
         if (error == 0 && m_isTorn) {
-            error = ::write(m_fd, "\n", 1) == 1 ? 0 : errno;
+            error = ::write(m_file.get(), "\n", 1) == 1 ? 0 : errno;
             m_isTorn = error != 0;
         }
         std::size_t done = 0;
         while (error == 0 && done < lines.size()) {
-            const ssize_t count = ::write(m_fd, lines.data() + done, lines.size() - done);
+            const ssize_t count = ::write(m_file.get(), lines.data() + done, lines.size() - done);
             if (count >= 0) {
                 done += static_cast<std::size_t>(count);
             } else if (errno != EINTR) {
@@ -269,9 +250,9 @@ private:
         }
         (void)waitForLock(); // which this process may have already
         struct stat now = {};
-        const off_t end = lseek(m_fd, 0, SEEK_CUR);
-        if (fstat(m_fd, &now) == 0 && now.st_size == end) {
-            m_isTorn = ftruncate(m_fd, end - static_cast<off_t>(size)) == -1;
+        const off_t end = lseek(m_file.get(), 0, SEEK_CUR);
+        if (fstat(m_file.get(), &now) == 0 && now.st_size == end) {
+            m_isTorn = ftruncate(m_file.get(), end - static_cast<off_t>(size)) == -1;
         }
     }
 
@@ -281,9 +262,9 @@ private:
     const mode_t m_mode;
     const off_t m_maxSize;
     const int m_wait; // for the lock, in milliseconds
-    int m_fd = -1;
-    struct stat m_status = {}; // of the open file
-    bool m_isTorn = false;     // the file ends in the middle of a line
+    Descriptor m_file;
+    off_t m_size = 0;      // of the file, when it was last looked at
+    bool m_isTorn = false; // the file ends in the middle of a line
     bool m_isLocked = false;
     bool m_isFull = false;    // the disk, or writing fails for another reason
     bool m_isRefused = false; // the lock, since then

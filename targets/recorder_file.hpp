@@ -23,6 +23,7 @@
 #include <vector>
 
 namespace recorder {
+namespace {
 
 // A pattern of paths: %p stands for the process id, %a for the application's name, %% for a percent sign.
 class RingName {
@@ -219,6 +220,7 @@ inline void removeOldRings(const RingName& name, std::size_t keep) {
     }
 }
 
+} // namespace
 } // namespace recorder
 
 #endif // SORREL_TARGETS_RECORDER_FILE_HPP

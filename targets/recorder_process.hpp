@@ -8,6 +8,7 @@
 #include <string>
 
 namespace recorder {
+namespace {
 
 // Empty where the kernel does not tell.
 inline std::string bootId() {
@@ -38,6 +39,7 @@ inline std::uint64_t startTimeOf(std::int64_t processId) {
     return state == "Z" || state == "X" ? 0 : ticks; // dead, but not yet asked for its status
 }
 
+} // namespace
 } // namespace recorder
 
 #endif // SORREL_TARGETS_RECORDER_PROCESS_HPP

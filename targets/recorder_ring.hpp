@@ -27,6 +27,7 @@
 #include <utility>
 
 namespace recorder {
+namespace {
 
 class Ring {
 public:
@@ -204,6 +205,7 @@ private:
     const std::pair<const std::string, char*>* m_lastUsed = nullptr; // of them: the next message is often of the same
 };
 
+} // namespace
 } // namespace recorder
 
 #endif // SORREL_TARGETS_RECORDER_RING_HPP

@@ -12,6 +12,8 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+namespace {
+
 // Connects at the first datagram, and again at each one for which the service is found gone: with a socket of its own,
 // so that a forked child, which shares the one that it got, never moves its parent's connection. Datagrams of several
 // processes on one socket do not mix.
@@ -79,5 +81,7 @@ private:
     Descriptor m_socket;
     bool m_mayWait = true;
 };
+
+} // namespace
 
 #endif // SORREL_TARGETS_SERVICE_SOCKET_HPP

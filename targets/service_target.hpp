@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+namespace {
+
 // Takes the parameters
 //
 //     socket=/dev/log    the service's socket
@@ -54,5 +56,7 @@ private:
     const bool m_isNamed;
     std::string m_ident;
 };
+
+} // namespace
 
 #endif // SORREL_TARGETS_SERVICE_TARGET_HPP

@@ -128,16 +128,7 @@ public:
             line.insert(0, 1, '\n');
         }
         std::size_t done = 0;
-        int error = m_isAppended ? append(line, done) : ESPIPE;
-        if (m_isAppended && (error == ESPIPE || error == EOPNOTSUPP)) {
-            m_canAppend = error == ESPIPE;
-            m_isAppended = false;
-            look(m_seconds);
-            error = ESPIPE;
-        }
-        if (error == ESPIPE) {
-            error = S_ISREG(m_mode) ? writeToFile(line, done) : writeToReader(line, done);
-        }
+        const int error = m_isAppended ? append(line, done) : writeAsItIs(line, done);
         if (done != 0) {
             m_isTorn = line[done - 1] != '\n';
         }
@@ -145,19 +136,28 @@ public:
     }
 
 private:
-    // For a file. Fails with ESPIPE for a pipe or a terminal, which would hold us up or raise a signal; with EOPNOTSUPP
-    // where the kernel does not know how to do it.
-    int append(std::string& line, std::size_t& done) const {
+    // For what was a file at the last look. The kernel refuses to append so to what has become a pipe or a terminal,
+    // which would hold us up or raise a signal; and old ones do not know how to.
+    int append(std::string& line, std::size_t& done) {
         while (done < line.size()) {
             const iovec rest = {line.data() + done, line.size() - done};
             const ssize_t count = pwritev2(m_fd, &rest, 1, 0, RWF_APPEND);
             if (count >= 0) {
                 done += static_cast<std::size_t>(count);
+            } else if (errno == ESPIPE || errno == EOPNOTSUPP || errno == ENOSYS) {
+                m_canAppend = errno == ESPIPE;
+                m_isAppended = false;
+                look(m_seconds);
+                return writeAsItIs(line, done);
             } else if (errno != EINTR) {
-                return errno == ENOSYS ? EOPNOTSUPP : errno;
+                return errno;
             }
         }
         return 0;
+    }
+
+    int writeAsItIs(const std::string& line, std::size_t& done) {
+        return S_ISREG(m_mode) ? writeToFile(line, done) : writeToReader(line, done);
     }
 
     int writeToFile(const std::string& line, std::size_t& done) const {

@@ -14,6 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+namespace {
+
 class TraceFile {
 public:
     TraceFile() = default;
@@ -96,5 +98,7 @@ private:
     Descriptor m_file;
     std::int64_t m_end = 0; // of the last event
 };
+
+} // namespace
 
 #endif // SORREL_TARGETS_TRACE_FILE_HPP

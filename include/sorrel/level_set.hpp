@@ -48,6 +48,16 @@ SORREL_LOCAL inline int levelNumeric(const std::string& name) {
     return -1;
 }
 
+// Calls `use` with each of the words that are joined by ';'.
+template <typename Use>
+void forEachWord(const std::string& words, Use use) {
+    std::string::size_type start = 0;
+    for (std::string::size_type end = 0; end != std::string::npos; start = end + 1) {
+        end = words.find(';', start);
+        use(words.substr(start, end - start));
+    }
+}
+
 // Words joined by ';', each of them a level, "upto:LEVEL" for it and all that is graver, "all", or a mask "0x1ff". A
 // '-' in front takes its levels out again; words count from left to right, and behind nothing but a '-' stands "all":
 //
@@ -58,16 +68,13 @@ public:
 
     // Throws std::invalid_argument with the word that is none: "\"eror\" is no level".
     explicit LevelSet(const std::string& words) : m_mask(words.rfind('-', 0) == 0 ? kAll : 0) {
-        std::string::size_type start = 0;
-        for (std::string::size_type end = 0; end != std::string::npos; start = end + 1) {
-            end = words.find(';', start);
-            const std::string word = words.substr(start, end - start);
+        forEachWord(words, [this](const std::string& word) {
             if (word.rfind('-', 0) == 0) {
                 m_mask &= ~maskOf(word.substr(1));
             } else {
                 m_mask |= maskOf(word);
             }
-        }
+        });
     }
 
     // Whether a component with this mask would let the level pass.

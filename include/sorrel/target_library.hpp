@@ -86,11 +86,7 @@ struct Message {
 class SORREL_LOCAL ComponentSet {
 public:
     explicit ComponentSet(const std::string& words) {
-        std::string::size_type start = 0;
-        for (std::string::size_type end = 0; end != std::string::npos; start = end + 1) {
-            end = words.find(';', start);
-            m_patterns.push_back(words.substr(start, end - start));
-        }
+        forEachWord(words, [this](const std::string& word) { m_patterns.push_back(word); });
     }
 
     // Allocates memory only for a name that it has not seen before.
@@ -141,7 +137,9 @@ public:
     ~MessageTarget() override {
         constexpr int kWarningPriority = 4;
         constexpr int kDebugPriority = 7;
-        noticeFork(0);
+        if (isForked()) {
+            countAnew();
+        }
         if (m_lost != 0) {
             sorrel_tangleLog(kWarningPriority, "%s-target: %s", name().c_str(), announcement().c_str());
         }
@@ -153,8 +151,8 @@ public:
     void log(int processId, int depth, long long seconds, int microseconds, sorrel_level* level,
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& text) final {
-        noticeFork(processId);
         try {
+            noticeFork(processId);
             if (m_levels.contains(*level) && m_components.contains(componentName)) {
                 count(attempt(
                     {processId, depth, seconds, microseconds, *level, threadName, componentName, functionName, text}));
@@ -169,6 +167,12 @@ protected:
     // side takes no more for now, every other one for a failure. Called under the container's mutex, by any thread.
     virtual int deliver(const Message& message) = 0;
 
+    // Called in a forked child before its first message: what the target has not written yet is its parent's to write.
+    virtual void forked() {}
+
+    // Whether this is a forked child that has not had a message yet. For destructors.
+    bool isForked() const { return getpid() != m_owner; }
+
     // So many messages, of which deliver() has returned 0, are lost nevertheless: they were kept for later.
     void countLost(std::size_t messages, int error) {
         m_firstError = m_lost == 0 ? error : m_firstError;
@@ -178,16 +182,20 @@ protected:
     }
 
 private:
-    // The child of a process counts from the beginning: what was lost before, its parent says.
     void noticeFork(int processId) {
-        if (processId != m_processId) { // which saves all others the system call
-            m_processId = processId;
-            if (getpid() != m_owner) {
-                m_owner = getpid();
-                m_written = m_dropped = m_failed = m_lost = 0;
-            }
+        if (processId == m_processId) { // which saves nearly all messages the system call
+            return;
+        }
+        m_processId = processId;
+        if (isForked()) {
+            m_owner = getpid();
+            countAnew();
+            forked();
         }
     }
+
+    // What was lost before the fork, the parent says.
+    void countAnew() { m_written = m_dropped = m_failed = m_lost = 0; }
 
     int attempt(const Message& message) {
         if (m_lost != 0) {

@@ -1,4 +1,5 @@
 // The bytes of a file, as they are at the moment.
+#include "descriptor.hpp"
 #include "recorder_format.hpp"
 #include "ring_reader.hpp"
 
@@ -17,43 +18,25 @@ namespace {
     throw RingError(fmt::format("{}: {}", what, std::strerror(error)));
 }
 
-// Closes it again.
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() { close(m_fd); }
-    int get() const { return m_fd; }
-
-private:
-    const int m_fd;
-};
-
 } // namespace
 
 // A copy, not a mapping: somebody may cut the file off at any time.
 std::vector<char> readFile(const std::string& path) {
-    constexpr off_t kLargest = off_t{1} * 1024 * 1024 * 1024;             // of the rings that are made
-    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); // a pipe must not make us wait
-    if (fd == -1) {
+    constexpr off_t kLargest = off_t{1} * 1024 * 1024 * 1024; // of the rings that are made
+    Descriptor file;
+    if (!file.take(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC))) { // a pipe must not make us wait
         fail("cannot be opened", errno);
     }
-    const Descriptor descriptor(fd);
-    struct stat status = {};
-    if (fstat(fd, &status) == -1) {
-        fail("cannot be read", errno);
-    }
-    if (!S_ISREG(status.st_mode)) {
+    if (!S_ISREG(file.status().st_mode)) {
         throw RingError("is no file");
     }
-    if (status.st_size > kLargest) {
-        throw RingError(fmt::format("is no ring: {} bytes are too many", status.st_size));
+    if (file.status().st_size > kLargest) {
+        throw RingError(fmt::format("is no ring: {} bytes are too many", file.status().st_size));
     }
-    std::vector<char> bytes(static_cast<std::size_t>(status.st_size));
+    std::vector<char> bytes(static_cast<std::size_t>(file.status().st_size));
     std::size_t done = 0;
     while (done < bytes.size()) {
-        const ssize_t count = read(fd, bytes.data() + done, bytes.size() - done);
+        const ssize_t count = read(file.get(), bytes.data() + done, bytes.size() - done);
         if (count == -1 && errno != EINTR) {
             fail("cannot be read", errno);
         }
