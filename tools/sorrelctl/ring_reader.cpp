@@ -169,7 +169,8 @@ std::vector<Record> wholeRecords(const char* ringBegin, std::size_t ringSize, st
 // Divides the whole records at the last gap before the newest one. Those of earlier laps lie where no later record did,
 // at the end of the ring: whole, but not next to any other.
 void divide(Ring& ring, std::vector<Record> whole) {
-    std::sort(whole.begin(), whole.end(), [](const Record& a, const Record& b) { return a.sequence < b.sequence; });
+    std::stable_sort(whole.begin(), whole.end(),
+                     [](const Record& a, const Record& b) { return a.sequence < b.sequence; });
     auto first = whole.end();
     while (first != whole.begin() && (first == whole.end() || std::prev(first)->sequence + 1 == first->sequence)) {
         --first;
