@@ -154,11 +154,11 @@ private:
         if (error != 0) {
             fail(error, "does not get its room");
         }
-        void* const memory = mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_SHARED, m_file.get(), 0);
-        if (memory == MAP_FAILED) {
+        void* const mapped = mmap(nullptr, m_size, PROT_READ | PROT_WRITE, MAP_SHARED, m_file.get(), 0);
+        if (mapped == MAP_FAILED) {
             fail(errno, "cannot be mapped");
         }
-        m_memory = static_cast<char*>(memory);
+        m_memory = static_cast<char*>(mapped);
         volatile char* const pages = m_memory;
         constexpr std::size_t kSmallestPage = 4096;
         for (std::size_t i = 0; i < m_size; i += kSmallestPage) {

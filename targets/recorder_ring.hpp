@@ -102,11 +102,11 @@ public:
         store(start + record::kComponentLengthAt, static_cast<std::uint16_t>(componentLength));
         store(start + record::kFunctionLengthAt, static_cast<std::uint16_t>(functionLength));
         store(start + record::kTextLengthAt, static_cast<std::uint16_t>(textLength));
-        char* end = start + record::kTextsAt; // (copy_n, since g++ copies short texts slowly where it sees memcpy)
-        end = std::copy_n(message.threadName.data(), threadLength, end);
-        end = std::copy_n(message.componentName.data(), componentLength, end);
-        end = std::copy_n(message.functionName.data(), functionLength, end);
-        std::copy_n(message.text.data(), textLength, end);
+        char* texts = start + record::kTextsAt; // (copy_n, since g++ copies short texts slowly where it sees memcpy)
+        texts = std::copy_n(message.threadName.data(), threadLength, texts);
+        texts = std::copy_n(message.componentName.data(), componentLength, texts);
+        texts = std::copy_n(message.functionName.data(), functionLength, texts);
+        std::copy_n(message.text.data(), textLength, texts);
         publish(start + record::kChecksumAt, recordChecksum(start, size, m_seed));
 
         m_position += space;

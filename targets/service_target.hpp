@@ -37,7 +37,7 @@ private:
     static constexpr int kLongestWait = 10000;
 
     static std::string socketPath(sorrel::TargetParameters& parameters, const char* defaultSocket) {
-        const std::string path = parameters.text("socket", defaultSocket);
+        std::string path = parameters.text("socket", defaultSocket);
         if (path.rfind('/', 0) != 0 || path.size() > ServiceSocket::kMostPathBytes) {
             sorrel::TargetParameters::refuse("socket", path,
                                              "is no absolute path of at most " +

@@ -73,8 +73,11 @@ private:
     // Anybody may open the terminal of the own session, also one that belongs to another user.
     static int openOnceMore(const char* path, int shared) {
         constexpr int kFlags = O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-        const int opened = open(path, kFlags);
-        return opened == -1 && tcgetsid(shared) == getsid(0) ? open("/dev/tty", kFlags) : opened;
+        int opened = open(path, kFlags);
+        if (opened == -1 && tcgetsid(shared) == getsid(0)) {
+            opened = open("/dev/tty", kFlags);
+        }
+        return opened;
     }
 
     const int m_opened;

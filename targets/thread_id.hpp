@@ -8,7 +8,7 @@ namespace {
 
 // Asked for once a thread, for it costs a system call; and again in a forked child, which inherits what its parent
 // knew. What is kept has no destructor: one would keep the library mapped as long as the thread lives.
-int threadIdIn(int processId) {
+inline int threadIdIn(int processId) {
     thread_local int keptFor = 0;
     thread_local int kept = 0;
     if (keptFor != processId) {

@@ -102,13 +102,13 @@ private:
     }
 
     static std::uint32_t numberOf(const std::string& word) {
-        std::uint32_t mask = 0;
+        std::uint32_t number = 0;
         const char* const end = word.data() + word.size();
-        const std::from_chars_result result = std::from_chars(word.data() + 2, end, mask, 16);
+        const std::from_chars_result result = std::from_chars(word.data() + 2, end, number, 16);
         if (result.ec != std::errc() || result.ptr != end) {
             throw std::invalid_argument("\"" + word + "\" is no mask of 32 bits");
         }
-        return mask;
+        return number;
     }
 
     std::uint32_t m_mask;

@@ -98,14 +98,14 @@ public:
         const unsigned int shift =
             unit == std::string_view::npos ? 0 : kBitsOfAUnit * (static_cast<unsigned int>(unit) + 1);
         const char* const end = value->data() + value->size() - (shift == 0 ? 0 : 1);
-        long long number = 0;
-        const std::from_chars_result result = std::from_chars(value->data(), end, number);
-        const bool isSize = result.ec == std::errc() && result.ptr == end && number >= 0 && number <= most >> shift;
-        if (!isSize || number << shift < least) {
+        long long units = 0;
+        const std::from_chars_result result = std::from_chars(value->data(), end, units);
+        const bool isSize = result.ec == std::errc() && result.ptr == end && units >= 0 && units <= most >> shift;
+        if (!isSize || units << shift < least) {
             refuse(name, *value,
                    "is not a number of bytes from " + std::to_string(least) + " to " + std::to_string(most));
         }
-        return number << shift;
+        return units << shift;
     }
 
     // One of several words.
@@ -167,16 +167,16 @@ private:
             const int openErrno = errno;
             refuse("conf", path, std::string("cannot be read: ") + std::strerror(openErrno));
         }
-        int number = 0;
+        int lineNumber = 0;
         for (std::string line; std::getline(file, line);) {
-            ++number;
+            ++lineNumber;
             line = trimmed(line);
             const std::string::size_type equals = line.find('=');
             if (line.empty() || line[0] == '#') {
                 continue;
             }
             if (equals == 0 || equals == std::string::npos) {
-                refuseLine(path, number, line);
+                refuseLine(path, lineNumber, line);
             }
             m_given.emplace(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
         }

@@ -99,9 +99,9 @@ int RecordCommand::showFile(const std::string& path, Request& request, RecordOut
 
 int RecordCommand::run(Request& request) {
     const std::unique_ptr<RecordOutput> output = makeOutput(request.format);
-    int status = 0;
+    int worst = 0;
     for (const std::string& path : request.files) {
-        status = worse(status, showFile(path, request, *output));
+        worst = worse(worst, showFile(path, request, *output));
     }
     std::string end;
     if (!request.isInfoOnly) {
@@ -112,7 +112,7 @@ int RecordCommand::run(Request& request) {
         complain("standard output", std::strerror(errno));
         return kUnreadable;
     }
-    return status;
+    return worst;
 }
 
 CLI::App& RecordCommand::add(CLI::App& record, const std::string& name, const std::string& help, Request& request) {

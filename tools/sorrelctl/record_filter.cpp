@@ -102,11 +102,11 @@ Since::Since(const std::string& words) {
         m_microseconds = *number * unit;
         return;
     }
-    const std::optional<std::int64_t> moment = calendarTime(words);
-    if (!moment) {
+    const std::optional<std::int64_t> time = calendarTime(words);
+    if (!time) {
         refuse(words);
     }
-    m_microseconds = *moment;
+    m_microseconds = *time;
 }
 
 // What a damaged file holds need not be a time: it wraps around.
