@@ -51,7 +51,11 @@ public:
         }
         m_file.swap(file);
         m_size = m_file.status().st_size;
-        m_isTorn = !endsWithLine();
+        m_isTorn = false;
+        if (m_size != 0) {
+            lookForTornLine();
+            m_looks = kMostLooks;
+        }
         return 0;
     }
 
@@ -120,15 +124,26 @@ private:
         return true;
     }
 
-    // A process that was killed may have left half a line. What may not be read is taken for whole.
-    bool endsWithLine() const {
-        char last = '\n';
-        const int fd = m_size == 0 ? -1 : ::open(path(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-        if (fd != -1) {
-            (void)!pread(fd, &last, 1, m_size - 1);
-            ::close(fd);
+    // A process that was killed may have left half a line. A file that may not be read is taken for what it was.
+    void lookForTornLine() {
+        Descriptor file;
+        if (file.take(::open(path(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)) && isSame(file.status())) {
+            char last = '\n';
+            (void)!pread(file.get(), &last, 1, file.status().st_size - 1);
+            m_isTorn = last != '\n';
         }
-        return last == '\n';
+    }
+
+    // Ends what is half a line, unless another process is writing it at this moment.
+    int endTornLine() {
+        constexpr timespec kPause = {0, 1000000};
+        for (; m_isTorn && m_looks > 0; --m_looks) {
+            nanosleep(&kPause, nullptr);
+            lookForTornLine();
+        }
+        const int error = m_isTorn && ::write(m_file.get(), "\n", 1) != 1 ? errno : 0;
+        m_isTorn = error != 0;
+        return error;
     }
 
     // Appends the lines that there is room for, or makes room.
@@ -222,8 +237,7 @@ private:
     int write(std::string_view lines, std::size_t& written) {
         int error = open();
         if (error == 0 && m_isTorn) {
-            error = ::write(m_file.get(), "\n", 1) == 1 ? 0 : errno;
-            m_isTorn = error != 0;
+            error = endTornLine();
         }
         std::size_t done = 0;
         while (error == 0 && done < lines.size()) {
@@ -257,6 +271,7 @@ private:
     }
 
     static constexpr int kHighNumber = 1000; // processes may usually have 1024 descriptors
+    static constexpr int kMostLooks = 5;
 
     std::vector<std::string> m_names; // the newest file comes first
     const mode_t m_mode;
@@ -265,6 +280,7 @@ private:
     Descriptor m_file;
     off_t m_size = 0;      // of the file, when it was last looked at
     bool m_isTorn = false; // the file ends in the middle of a line
+    int m_looks = 0;       // until that is taken for certain
     bool m_isLocked = false;
     bool m_isFull = false;    // the disk, or writing fails for another reason
     bool m_isRefused = false; // the lock, since then
