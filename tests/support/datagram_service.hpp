@@ -13,18 +13,23 @@
 #include <unistd.h>
 #include <vector>
 
-// Its end is that of a service which crashed: the name of the socket stays behind. The next one takes it over.
+// A socket with this name, which is taken from an earlier one.
+inline int boundSocket(const std::string& path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    unlink(path.c_str());
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd == -1 || bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        throw std::system_error(errno, std::generic_category(), "no service at " + path);
+    }
+    return fd;
+}
+
+// Its end is that of a service which crashed: the name of the socket stays behind.
 class DatagramService {
 public:
-    explicit DatagramService(const std::string& path) : m_fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        unlink(path.c_str());
-        if (m_fd == -1 || bind(m_fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-            throw std::system_error(errno, std::generic_category(), "bind " + path);
-        }
-    }
+    explicit DatagramService(const std::string& path) : m_fd(boundSocket(path)) {}
     DatagramService(const DatagramService&) = delete;
     DatagramService& operator=(const DatagramService&) = delete;
     ~DatagramService() { close(m_fd); }
@@ -60,7 +65,7 @@ private:
         return std::string(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
     }
 
-    int m_fd;
+    const int m_fd;
 };
 
 #endif // SORREL_TESTS_DATAGRAM_SERVICE_HPP

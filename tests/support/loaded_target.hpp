@@ -3,30 +3,13 @@
 #define SORREL_TESTS_LOADED_TARGET_HPP
 
 #include "temp_dir.hpp"
+#include "test_message.hpp"
 #include "wait_until.hpp"
 
-#include <sorrel/level.h>
 #include <sorrel/log_target_container.hpp>
 
 #include <chrono>
 #include <string>
-
-inline std::string targetPath(const std::string& name) {
-    return SORREL_TEST_TARGET_DIR "/sorrel-" + name + ".so";
-}
-
-// The nine values of a message. Its time is 2024-02-29 13:04:05.000042 UTC.
-struct SaidMessage {
-    int processId = 4711;
-    int depth = 0;
-    long long seconds = 1709211845;
-    int microseconds = 42;
-    sorrel_level level = {6, 0x40};
-    std::string threadName = "main";
-    std::string componentName = "net";
-    std::string functionName;
-    std::string text = "hello";
-};
 
 // A container of its own, with one target or more. The directory is where its configuration lies.
 class LoadedTarget {
@@ -43,16 +26,8 @@ public:
     }
     void unload() { configure("component=net, 1\n"); }
 
-    void say(const SaidMessage& message) {
-        sorrel_level level = message.level;
-        m_container.log(message.processId, message.depth, message.seconds, message.microseconds, &level,
-                        message.threadName, message.componentName, message.functionName, message.text);
-    }
-    void say(const std::string& text) {
-        SaidMessage message;
-        message.text = text;
-        say(message);
-    }
+    void say(const TestMessage& message) { logTo(m_container, message); }
+    void say(const std::string& text) { say(TestMessage{text}); }
 
     // Says something new until it is seen, since a service that was slow may still lose some. All that was said before
     // has then arrived, or is said to be lost. Returns how many messages it took, 0 when none was seen.

@@ -22,12 +22,12 @@ class ConsoleStream : public LineTargetFixture {
 protected:
     // Loads a target that writes to standard error; failures of the test go to standard output.
     void loadTarget(const std::string& parameters = "levels=all") {
-        load(pathOf("console") + ",stream=stderr,time=none,colour=never," + parameters);
+        load(targetPath("console") + ",stream=stderr,time=none,colour=never," + parameters);
     }
 
     void sayNumbers(int first, int last) {
         for (int i = first; i <= last; ++i) {
-            say({"number " + std::to_string(i)});
+            log({"number " + std::to_string(i)});
         }
     }
 
@@ -49,13 +49,13 @@ protected:
     void expectLossOfLongLines(const Terminal& terminal) {
         for (std::size_t length = 2047; length > 1047; length -= 100) { // so that some of them end in the middle
             for (int i = 0; i < 100; ++i) {
-                say({std::string(length, '\x01')});
+                log({std::string(length, '\x01')});
             }
             terminal.read();
         }
         std::string text;
         EXPECT_TRUE(waitUntil([&] {
-            say("the end");
+            log("the end");
             return (text += terminal.read()).find(" the end\n") != std::string::npos;
         }));
         EXPECT_THAT(text, testing::HasSubstr("\nWARN   console  main       "));
@@ -112,9 +112,9 @@ protected:
             signal(SIGPIPE, SIG_DFL);
             redirectTo(path);
             loadTarget();
-            say("a");
+            log("a");
             dup2(pipe.input(), STDERR_FILENO);
-            say("b");
+            log("b");
             return true;
         }));
     }

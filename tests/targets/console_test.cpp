@@ -22,29 +22,29 @@ protected:
     }
 
     static std::string target(const std::string& parameters = "") {
-        return pathOf("console") + (parameters.empty() ? "" : "," + parameters);
+        return targetPath("console") + (parameters.empty() ? "" : "," + parameters);
     }
 
     // What messages look like in a pipe.
-    std::string shown(const std::string& parameters, const std::vector<Sent>& messages) {
+    std::string shown(const std::string& parameters, const std::vector<TestMessage>& messages) {
         const Pipe pipe;
         const Redirected redirected(STDOUT_FILENO, pipe.input());
         load(target(parameters));
-        for (const Sent& message : messages) {
-            say(message);
+        for (const TestMessage& message : messages) {
+            log(message);
         }
         unload();
         return pipe.read();
     }
 
-    std::string shown(const Sent& message) { return shown("", {message}); }
+    std::string shown(const TestMessage& message) { return shown("", {message}); }
 
     // What "hello" looks like on a terminal.
     std::string shownOnTerminal(const std::string& parameters = "") {
         const Terminal terminal;
         const Redirected redirected(STDOUT_FILENO, terminal.input());
         load(target(parameters));
-        say("hello");
+        log("hello");
         std::string text;
         waitUntil([&] { return (text += terminal.read()).find('\n') != std::string::npos; });
         return text;
@@ -53,14 +53,14 @@ protected:
     void expectRefusal(const std::string& parameters, const std::string& why) {
         load(target(parameters));
         EXPECT_TRUE(diagnostics().has("console-target: parameter " + why)) << why;
-        EXPECT_FALSE(isLibraryOpen(pathOf("console")));
+        EXPECT_FALSE(isLibraryOpen(targetPath("console")));
     }
 };
 
 constexpr char kPlain[] = "13:04:05.000042 INFO   net      main       hello\n";
 constexpr char kColoured[] = "13:04:05.000042 \x1b[32mINFO   \x1b[0mnet      main       hello\n";
 
-Sent at(long long seconds, int microseconds) {
+TestMessage at(long long seconds, int microseconds) {
     return {"hello", 0, 6, "", "net", "main", seconds, microseconds};
 }
 
@@ -105,7 +105,7 @@ TEST_F(Console, WritesToStandardErrorWhenToldSo) {
     const Redirected first(STDOUT_FILENO, output.input());
     const Redirected second(STDERR_FILENO, error.input());
     load(target("stream=stderr"));
-    say("hello");
+    log("hello");
     EXPECT_EQ(output.read(), "");
     EXPECT_EQ(error.read(), kPlain);
 }
@@ -175,12 +175,12 @@ TEST_F(Console, LinesForTheJournalHaveAPriorityAndNoTime) {
     setenv("JOURNAL_STREAM", (std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino)).c_str(), 1);
     const Redirected redirected(STDERR_FILENO, journal.input());
     load(target("stream=stderr"));
-    say({"a", 0, 3});
-    say({"b", 0, 8});
+    log({"a", 0, 3});
+    log({"b", 0, 8});
     EXPECT_EQ(journal.read(), "<3>ERROR  net      main       a\n<7>TRACE  net      main       b\n");
     unload();
     load(target("stream=stderr,time=clock"));
-    say("hello");
+    log("hello");
     EXPECT_EQ(journal.read(), std::string("<6>") + kPlain);
 }
 
@@ -189,7 +189,7 @@ TEST_F(Console, LinesForAnotherStreamThanTheJournalsHaveNoPriority) {
     setenv("JOURNAL_STREAM", "8:4711", 1);
     const Redirected redirected(STDERR_FILENO, connection.input());
     load(target("stream=stderr"));
-    say("hello");
+    log("hello");
     EXPECT_EQ(connection.read(), kPlain);
 }
 

@@ -52,9 +52,9 @@ protected:
         for (const int fd : m_held) {
             dup2(m_own, fd);
         }
-        constexpr int kTwoSeconds = 2000000; // a target may look once in a second
+        constexpr int kLater = 2; // seconds, since a target may look once in a second
         for (int i = 0; i < 2; ++i) {
-            log({text, 0, 6, "main", "net", "", kTwoSeconds});
+            log({text, 0, 6, "", "net", "main", kLeapDay + kLater});
         }
         unload();
         bool isKept = true;

@@ -2,31 +2,22 @@
 #ifndef SORREL_TESTS_CONTRACT_SERVICE_HPP
 #define SORREL_TESTS_CONTRACT_SERVICE_HPP
 
+#include "datagram_service.hpp"
+
 #include <atomic>
-#include <cerrno>
 #include <cstddef>
 #include <mutex>
 #include <string>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
 
 // Listens as long as it lives, and reads from when it is told to: until then it is a service that hangs.
 class ContractService {
 public:
-    explicit ContractService(const std::string& path)
-        : m_path(path), m_socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    explicit ContractService(const std::string& path) : m_path(path), m_socket(boundSocket(path)) {
         constexpr std::size_t kRoom = 4 << 20U; // memory that is counted is not taken while a target is watched
         m_received.reserve(kRoom);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof address.sun_path - 1);
-        unlink(path.c_str());
-        if (bind(m_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-            throw std::system_error(errno, std::generic_category(), "no service at " + path);
-        }
     }
     ContractService(const ContractService&) = delete;
     ContractService& operator=(const ContractService&) = delete;

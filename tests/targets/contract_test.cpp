@@ -176,8 +176,8 @@ TEST_P(TargetContract, ParametersThatAllShareChooseMessages) {
     loadIt(", levels=err, components=net;ui*");
     log({"grave", 0, 3});
     log({"harmless", 0, 6});
-    log({"foreign", 0, 3, "main", "door"});
-    log({"next", 0, 3, "main", "uiw"});
+    log({"foreign", 0, 3, "", "door"});
+    log({"next", 0, 3, "", "uiw"});
     EXPECT_TRUE(arrives("next"));
     EXPECT_EQ(countOf("grave"), 1);
     EXPECT_EQ(countOf("harmless"), 0);
@@ -209,7 +209,7 @@ TEST_P(TargetContract, EightThreadsMayLog) {
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([this, i] {
             for (int k = 0; k < kMessages / 2; ++k) {
-                log({"of eight", 0, 6, "thread " + std::to_string(i)});
+                log({"of eight", 0, 6, "", "net", "thread " + std::to_string(i)});
             }
         });
     }

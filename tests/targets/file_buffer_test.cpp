@@ -18,13 +18,13 @@ protected:
     std::vector<std::string> texts() { return textsIn("app.log"); }
 
     void sayAt(const char* text, long long seconds, int microseconds) {
-        say({text, 0, 6, "", "net", "main", kLeapDay + seconds, microseconds});
+        log({text, 0, 6, "", "net", "main", kLeapDay + seconds, microseconds});
     }
 
     // The kernel looks for a deadly signal when a write comes to the next page: lines of such a length end there.
     void sayIn128Bytes(const std::string& word) {
         constexpr std::size_t kAround = 55;
-        say({std::string(128 - kAround - 1 - word.size(), '-') + " " + word});
+        log({std::string(128 - kAround - 1 - word.size(), '-') + " " + word});
     }
 
     // The numbers from 0 on, each a line of the file.
@@ -43,19 +43,19 @@ protected:
 
 TEST_F(FileBuffer, WithoutOneEveryLineIsInTheFileAtOnce) {
     load(fileTarget("flush=always"));
-    say("a");
+    log("a");
     EXPECT_THAT(texts(), ElementsAre("a"));
 }
 
 TEST_F(FileBuffer, IsWrittenAtTheLevelAndAtGraverOnes) {
     load(fileTarget("flush=err"));
-    say({"a", 0, 4});
+    log({"a", 0, 4});
     EXPECT_THAT(texts(), IsEmpty());
-    say({"b", 0, 3});
+    log({"b", 0, 3});
     EXPECT_THAT(texts(), ElementsAre("a", "b"));
-    say({"c", 0, 6});
+    log({"c", 0, 6});
     EXPECT_THAT(texts(), SizeIs(2));
-    say({"d", 0, 0});
+    log({"d", 0, 0});
     EXPECT_THAT(texts(), ElementsAre("a", "b", "c", "d"));
 }
 
@@ -64,12 +64,12 @@ TEST_F(FileBuffer, IsWrittenWhenItHolds64KiB) {
     const std::size_t lineLength = 1024;
     const std::string text(lineLength - 55, 'x'); // less what stands around it
     for (int i = 0; i < 63; ++i) {
-        say({text});
+        log({text});
     }
     EXPECT_THAT(texts(), IsEmpty());
-    say({text});
+    log({text});
     EXPECT_EQ(textOf("app.log").size(), 64 * lineLength);
-    say({text});
+    log({text});
     EXPECT_EQ(textOf("app.log").size(), 64 * lineLength);
 }
 
@@ -93,7 +93,7 @@ TEST_F(FileBuffer, IsWrittenWhenTheClockWasSetBack) {
 
 TEST_F(FileBuffer, IsWrittenWhenTheTargetIsUnloaded) {
     load(fileTarget("flush=err"));
-    say("a");
+    log("a");
     unload();
     EXPECT_THAT(texts(), ElementsAre("a"));
 }
@@ -120,32 +120,32 @@ TEST_F(FileBuffer, KilledProcessesLoseNothingWithoutOne) {
 TEST_F(FileBuffer, AHalfLineOfAKilledProcessStaysAlone) {
     files().write("app.log", "half");
     load(fileTarget());
-    say("a");
+    log("a");
     EXPECT_EQ(textOf("app.log").substr(0, 5), "half\n");
     EXPECT_THAT(texts(), ElementsAre("half", "a"));
 }
 
 TEST_F(FileBuffer, AChildLeavesTheParentsLinesToTheParent) {
     load(fileTarget("flush=err"));
-    say("parent");
+    log("parent");
     EXPECT_TRUE(passesInChild([this] {
         unload();
         return true;
     }));
     EXPECT_THAT(texts(), IsEmpty());
     EXPECT_TRUE(passesInChild([this] {
-        say({"child", 0, 3});
+        log({"child", 0, 3});
         return texts() == std::vector<std::string>{"child"};
     }));
-    say({"end", 0, 3});
+    log({"end", 0, 3});
     EXPECT_THAT(texts(), ElementsAre("child", "parent", "end"));
 }
 
 TEST_F(FileBuffer, AChildBuffersItsOwnLines) {
     load(fileTarget("flush=err"));
-    say("parent");
+    log("parent");
     EXPECT_TRUE(passesInChild([this] {
-        say("child");
+        log("child");
         const bool isBuffered = texts().empty();
         unload();
         return isBuffered;
@@ -158,9 +158,9 @@ TEST_F(FileBuffer, AChildBuffersItsOwnLines) {
 TEST_F(FileBuffer, AChildOfAChildLosesNothingEither) {
     load(fileTarget("flush=err"));
     EXPECT_TRUE(passesInChild([this] {
-        say("child");
+        log("child");
         const bool passed = passesInChild([this] {
-            say("grandchild");
+            log("grandchild");
             unload();
             return true;
         });

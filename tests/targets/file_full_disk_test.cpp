@@ -31,7 +31,7 @@ protected:
     }
 
     static std::string target(const std::string& parameters = "") {
-        return pathOf("file") + ",file=" + kFile + (parameters.empty() ? "" : "," + parameters);
+        return targetPath("file") + ",file=" + kFile + (parameters.empty() ? "" : "," + parameters);
     }
 
     static std::string text() {
@@ -60,10 +60,10 @@ protected:
         std::string before;
         do {
             before = text();
-            say({"number " + std::to_string(number++)});
+            log({"number " + std::to_string(number++)});
         } while (text() != before);
         for (int i = 1; i < further; ++i) {
-            say({"number " + std::to_string(number++)});
+            log({"number " + std::to_string(number++)});
         }
         return number;
     }
@@ -84,7 +84,7 @@ TEST_F(FileFullDisk, LossesAreCountedAndAnnouncedOnceThereIsRoomAgain) {
     const int next = sayUntilFull(0, 5);
     expectWholeLines();
     freeDisk();
-    say({"number " + std::to_string(next)});
+    log({"number " + std::to_string(next)});
     expectWholeLines();
     const std::vector<std::string> lines = linesOf(text());
     EXPECT_THAT(lines[lines.size() - 2], HasSubstr(" 5 messages lost: No space left on device"));
@@ -99,7 +99,7 @@ TEST_F(FileFullDisk, ACutOffLineIsTakenBackSoThatAnotherProcessCanGoOn) {
     EXPECT_LT(text().size(), kPage); // a part of the last line had room
     freeDisk();
     EXPECT_TRUE(passesInChild([&] {
-        say({"number " + std::to_string(next)});
+        log({"number " + std::to_string(next)});
         return true;
     }));
     expectWholeLines();
@@ -109,12 +109,12 @@ TEST_F(FileFullDisk, NobodyWritesWhileAnotherProcessTakesALineBack) {
     constexpr std::chrono::milliseconds kWait(200);
     load(target("wait=" + std::to_string(kWait.count())));
     fillDisk(0);
-    say("number 0");
+    log("number 0");
     freeDisk();
     const int other = open(kFile, O_WRONLY | O_CLOEXEC);
     ASSERT_EQ(flock(other, LOCK_EX), 0);
     const auto begin = std::chrono::steady_clock::now();
-    say("number 1");
+    log("number 1");
     EXPECT_GE(std::chrono::steady_clock::now() - begin, kWait / 2);
     EXPECT_THAT(text(), HasSubstr(" number 1\n"));
     close(other);
@@ -124,10 +124,10 @@ TEST_F(FileFullDisk, WithALimitLinesStayWholeToo) {
     load(target("max_size=2000,max_files=9"));
     fillDisk(2);
     for (int i = 0; i < 300; ++i) {
-        say({"number " + std::to_string(i)});
+        log({"number " + std::to_string(i)});
     }
     freeDisk();
-    say("number 300");
+    log("number 300");
     expectWholeLines();
     EXPECT_THAT(text(), HasSubstr(" messages lost: No space left on device\n"));
     EXPECT_THAT(text(), HasSubstr(" number 300\n"));
@@ -137,7 +137,7 @@ TEST_F(FileFullDisk, ABufferKeepsItsLinesUntilThereIsRoom) {
     load(target("flush=err"));
     fillDisk(0);
     for (int i = 0; i < 50; ++i) {
-        say({"number " + std::to_string(i), 0, i % 2 == 0 ? 3 : 6});
+        log({"number " + std::to_string(i), 0, i % 2 == 0 ? 3 : 6});
     }
     EXPECT_EQ(text(), "");
     freeDisk();
@@ -152,10 +152,10 @@ TEST_F(FileFullDisk, ABufferThatIsFullTooLosesLines) {
     load(target("flush=err"));
     fillDisk(0);
     for (int i = 0; i < 10; ++i) {
-        say({std::string(10000, 'x')});
+        log({std::string(10000, 'x')});
     }
     freeDisk();
-    say({"the end", 0, 3});
+    log({"the end", 0, 3});
     EXPECT_THAT(text(), HasSubstr(" 4 messages lost: No space left on device\n"));
     EXPECT_THAT(text(), HasSubstr(" the end\n"));
     EXPECT_EQ(linesOf(text()).size(), 6U + 2);
@@ -164,10 +164,10 @@ TEST_F(FileFullDisk, ABufferThatIsFullTooLosesLines) {
 TEST_F(FileFullDisk, ABufferThatCannotBeWrittenInTheEndIsALossOfItsMessages) {
     setVerboseDiagnostics();
     load(target("flush=err"));
-    say({"number 0", 0, 3});
+    log({"number 0", 0, 3});
     fillDisk(0);
-    say({std::string(kPage, 'x')});
-    say("number 2");
+    log({std::string(kPage, 'x')});
+    log("number 2");
     unload();
     EXPECT_TRUE(diagnostics().has("file-target: 2 messages lost: No space left on device"));
     EXPECT_TRUE(diagnostics().has("file-target: 1 messages written, 0 dropped, 2 failed"));

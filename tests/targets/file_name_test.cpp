@@ -14,7 +14,7 @@ namespace {
 
 class FileName : public LineTargetFixture {
 protected:
-    void sayInSecond(int second, const std::string& text) { say({text, 0, 6, "", "net", "main", kLeapDay + second}); }
+    void sayInSecond(int second, const std::string& text) { log({text, 0, 6, "", "net", "main", kLeapDay + second}); }
 
     // Lines of more than 100 bytes.
     bool sayInTwoSeconds() {
@@ -31,7 +31,7 @@ protected:
 
 TEST_F(FileName, ARenamedFileIsNoticedInTheNextSecond) {
     load(fileTarget());
-    say("0");
+    log("0");
     move("app.log", "elsewhere");
     sayInSecond(1, "1");
     EXPECT_THAT(textsIn("elsewhere"), ElementsAre("0"));
@@ -41,7 +41,7 @@ TEST_F(FileName, ARenamedFileIsNoticedInTheNextSecond) {
 TEST_F(FileName, ARemovedFileIsMadeAgain) {
     for (const char* parameters : {"", "max_size=1k"}) {
         load(fileTarget(parameters));
-        say("0");
+        log("0");
         std::filesystem::remove(files().file("app.log"));
         sayInSecond(1, "1");
         EXPECT_THAT(textsIn("app.log"), ElementsAre("1"));
@@ -53,7 +53,7 @@ TEST_F(FileName, ARemovedFileIsMadeAgain) {
 TEST_F(FileName, ALinkThatTookTheFilesPlaceIsNeitherFollowedNorMoved) {
     for (const char* parameters : {"", "max_size=100"}) {
         load(fileTarget(parameters));
-        say("0");
+        log("0");
         move("app.log", "elsewhere");
         ASSERT_EQ(symlink(files().file("secret").c_str(), files().file("app.log").c_str()), 0);
         sayInSecond(1, "1");
@@ -71,7 +71,7 @@ TEST_F(FileName, ARemovedFileThatCannotBeMadeAgainIsALoss) {
     for (const char* parameters : {"", "max_size=1k"}) {
         std::filesystem::create_directories(files().file("inside"));
         load(fileTarget(parameters, "inside/app.log"));
-        say("0");
+        log("0");
         std::filesystem::remove_all(files().file("inside"));
         sayInSecond(1, "1");
         std::filesystem::create_directory(files().file("inside"));
@@ -86,7 +86,7 @@ TEST_F(FileName, ARemovedFileThatCannotBeMadeAgainIsALoss) {
 TEST_F(FileName, AProcessThatMayNotOpenTheFileAnyMoreKeepsIt) {
     for (const char* parameters : {"", "max_size=250"}) {
         load(fileTarget(parameters));
-        say("0");
+        log("0");
         EXPECT_TRUE(passesInChild([&] {
             return chmod(files().path().c_str(), 0700) == 0 && setgid(65534) == 0 && setuid(65534) == 0 &&
                    sayInTwoSeconds();
@@ -101,7 +101,7 @@ TEST_F(FileName, AProcessThatHasChangedItsRootKeepsTheFile) {
     std::filesystem::create_directory(files().file("root"));
     for (const char* parameters : {"", "max_size=250"}) {
         load(fileTarget(parameters));
-        say("0");
+        log("0");
         EXPECT_TRUE(passesInChild([&] { return chroot(files().file("root").c_str()) == 0 && sayInTwoSeconds(); }));
         EXPECT_THAT(textsIn("app.log"), ElementsAre("0", "1", "2", "3", "4"));
         unload();

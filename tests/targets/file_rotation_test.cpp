@@ -29,7 +29,7 @@ protected:
     // A line of that length, whose text ends in a word of its own.
     void sayWord(const std::string& word) {
         constexpr std::size_t kAround = 55;
-        say({std::string(kLineLength - kAround - 1 - word.size(), '-') + " " + word});
+        log({std::string(kLineLength - kAround - 1 - word.size(), '-') + " " + word});
     }
 
     void sayNumbers(int first, int last) {
@@ -60,9 +60,10 @@ protected:
     void expectTwoProcessesToShareFiles(const std::string& parameters, std::uintmax_t limit) {
         constexpr int kWords = 1000;
         SharedCounter ready;
+        configure("target=" + fileTarget(parameters) + "\n"); // here, for each would find it half written by the other
         const auto writeAs = [&](const std::string& name) {
             return startChild([&, name] {
-                load(fileTarget(parameters));
+                read();
                 ++*ready;
                 while (*ready < 2) {
                     sched_yield();
@@ -112,7 +113,7 @@ TEST_F(FileRotation, NoFileExceedsItsSizeByAByte) {
 TEST_F(FileRotation, ALineThatIsLongerThanTheLimitHasAFileForItself) {
     load(fileTarget("max_size=150"));
     sayWord("0");
-    say({std::string(500, 'x')});
+    log({std::string(500, 'x')});
     sayWord("2");
     EXPECT_THAT(textsIn("app.log.2"), ElementsAre("0"));
     EXPECT_THAT(textsIn("app.log.1"), ElementsAre(std::string(500, 'x')));

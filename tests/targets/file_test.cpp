@@ -26,7 +26,7 @@ protected:
         return status.st_mode & 07777;
     }
 
-    bool isLoaded() { return isLibraryOpen(pathOf("file")); }
+    bool isLoaded() { return isLibraryOpen(targetPath("file")); }
 
     // Of the target.
     int descriptor() {
@@ -57,10 +57,10 @@ protected:
         expectRefusal(fileTarget(parameter + "=" + value), "parameter \"" + parameter + "\": \"" + value + "\" " + why);
     }
 
-    std::string lineOf(const Sent& message) {
+    std::string lineOf(const TestMessage& message) {
         files().write("app.log", "");
         load(fileTarget());
-        say(message);
+        log(message);
         return textOf("app.log");
     }
 };
@@ -70,7 +70,7 @@ protected:
 TEST_F(File, AppendsLinesWithTheDate) {
     files().write("app.log", "before\n");
     load(fileTarget());
-    say("hello");
+    log("hello");
     EXPECT_EQ(textOf("app.log"), "before\n2024-02-29 13:04:05.000042 INFO   net      main       hello\n");
 }
 
@@ -113,8 +113,8 @@ TEST_F(File, ALevelWithoutANameIsShownAsItsNumber) {
 TEST_F(File, WritesAnObjectALineAsJson) {
     setenv("TZ", "CET-1", 1);
     load(fileTarget("format=json"));
-    say({"a \"quoted\"\ntext \xff", 2, 4, "poll", "net", "worker\t1"});
-    say({"", -1, 32});
+    log({"a \"quoted\"\ntext \xff", 2, 4, "poll", "net", "worker\t1"});
+    log({"", -1, 32});
     const std::string pid = std::to_string(getpid());
     EXPECT_EQ(textOf("app.log"),
               "{\"time\":\"2024-02-29T14:04:05.000042+01:00\",\"pid\":" + pid +
@@ -139,9 +139,9 @@ TEST_F(File, TheModeIsAParameterInOctalDigits) {
 }
 
 TEST_F(File, IsRefusedWithoutAFile) {
-    expectRefusal(pathOf("file"), "the parameter \"file\" is missing");
+    expectRefusal(targetPath("file"), "the parameter \"file\" is missing");
     EXPECT_TRUE(
-        diagnostics().has("logtarget-container: Unable to create LogTarget from lib \"" + pathOf("file") + "\""));
+        diagnostics().has("logtarget-container: Unable to create LogTarget from lib \"" + targetPath("file") + "\""));
 }
 
 TEST_F(File, IsRefusedWhenTheFileCannotBeOpened) {
@@ -198,17 +198,17 @@ TEST_F(File, LevelsAndComponentsAreChosen) {
     EXPECT_FALSE(isLoaded()); // there is no such file
     files().write("more", "flush = err\n");
     load(fileTarget("components=ui*,conf=" + files().file("more")));
-    say({"a", 0, 3, "", "net"});
-    say({"b", 0, 6, "", "ui.menu"});
+    log({"a", 0, 3, "", "net"});
+    log({"b", 0, 6, "", "ui.menu"});
     EXPECT_THAT(textsIn("app.log"), IsEmpty());
-    say({"c", 0, 3, "", "ui"});
+    log({"c", 0, 3, "", "ui"});
     EXPECT_THAT(textsIn("app.log"), ElementsAre("b", "c"));
 }
 
 TEST_F(File, ASecondPathOfTheLibraryIsATargetOfItsOwn) {
-    std::filesystem::copy_file(pathOf("file"), files().file("second.so"));
+    std::filesystem::copy_file(targetPath("file"), files().file("second.so"));
     load(fileTarget("flush=err") + "\ntarget=" + files().file("second.so") + ",file=" + files().file("second.log"));
-    say("one");
+    log("one");
     EXPECT_THAT(textsIn("app.log"), IsEmpty());
     EXPECT_THAT(textsIn("second.log"), ElementsAre("one"));
     unload();
@@ -218,9 +218,9 @@ TEST_F(File, ASecondPathOfTheLibraryIsATargetOfItsOwn) {
 TEST_F(File, IsOpenedAgainWhenTheProcessHasClosedItsDescriptor) {
     for (const char* parameters : {"", "max_size=1k"}) {
         load(fileTarget(parameters));
-        say("a");
+        log("a");
         close(descriptor());
-        say("b");
+        log("b");
         EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
         unload();
         std::filesystem::remove(files().file("app.log"));
@@ -234,9 +234,9 @@ TEST_F(File, ItsNumberIsNotSoonThatOfAnotherFile) {
 
 TEST_F(File, AHighNumberOfAnotherFileIsNoticedInTheNextSecond) {
     load(fileTarget());
-    say("a");
+    log("a");
     const int foreign = takeDescriptor();
-    say({"b", 0, 6, "", "net", "main", kLeapDay + 1});
+    log({"b", 0, 6, "", "net", "main", kLeapDay + 1});
     unload();
     EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
     EXPECT_EQ(textOf("foreign"), "");
@@ -248,9 +248,9 @@ TEST_F(File, ALowNumberOfAnotherFileIsNoticedAtOnce) {
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
     for (const char* parameters : {"", "max_size=1k", "flush=err"}) {
         load(fileTarget(parameters));
-        say({"a", 0, 3});
+        log({"a", 0, 3});
         const int foreign = takeDescriptor();
-        say("b");
+        log("b");
         unload();
         EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
         EXPECT_EQ(textOf("foreign"), "");
@@ -268,10 +268,10 @@ TEST_F(File, ALateUnloadClosesNoOtherFileOfTheProcess) {
 
 TEST_F(File, AChildThatHasOtherFilesUnderItsNumbersLeavesThemAlone) {
     load(fileTarget());
-    say("a");
+    log("a");
     EXPECT_TRUE(passesInChild([this] {
         const int foreign = takeDescriptor();
-        say("b");
+        log("b");
         return textOf("foreign").empty() && close(foreign) == 0;
     }));
     EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));

@@ -35,7 +35,7 @@ protected:
             "");
     }
 
-    void sayInSecond(const char* text, long long second) { say({text, 0, 6, "", "net", "main", kLeapDay + second}); }
+    void sayInSecond(const char* text, long long second) { log({text, 0, 6, "", "net", "main", kLeapDay + second}); }
 
     // What lnav finds in the file as SQL columns, a line each with commas between them.
     std::string found(const std::string& columns, const std::string& format) {
@@ -78,8 +78,8 @@ TEST_F(FileTools, LnavTakesTheFormats) {
 TEST_F(FileTools, LnavReadsTheLines) {
     installFormat();
     load(fileTarget());
-    say({"hello", 0, 3});
-    say({"it's, \"quoted\"\nand more", 2, 7, "poll", "ui", "worker-1", kLeapDay + 1});
+    log({"hello", 0, 3});
+    log({"it's, \"quoted\"\nand more", 2, 7, "poll", "ui", "worker-1", kLeapDay + 1});
     EXPECT_THAT(linesOf(found("log_time, log_level, component, thread, function, log_body", "sorrel_text")),
                 ElementsAre("log_time,log_level,component,thread,function,log_body",
                             "2024-02-29 13:04:05.000,error,net,main,<NULL>,hello",
@@ -89,8 +89,8 @@ TEST_F(FileTools, LnavReadsTheLines) {
 TEST_F(FileTools, LnavReadsTheObjects) {
     installFormat();
     load(fileTarget("format=json"));
-    say({"hello", 0, 3});
-    say({"it's, \"quoted\"", 2, 7, "poll", "ui", "worker 1", kLeapDay + 1});
+    log({"hello", 0, 3});
+    log({"it's, \"quoted\"", 2, 7, "poll", "ui", "worker 1", kLeapDay + 1});
     const std::string pid = std::to_string(getpid());
     EXPECT_THAT(linesOf(found("log_time, log_level, pid, thread, component, depth, function, log_body", "sorrel_json")),
                 ElementsAre("log_time,log_level,pid,thread,component,depth,function,log_body",

@@ -49,6 +49,8 @@ Fields fieldsOf(const std::string& entry) {
 
 class JournalFormat : public testing::Test {
 protected:
+    JournalFormat() { m_message.processId = 4711; }
+
     LoadedTarget& load(const std::string& parameters) {
         m_target = std::make_unique<LoadedTarget>(m_directory, targetPath("journal"),
                                                   "socket=" + m_directory.file("socket") + ", wait=0, " + parameters);
@@ -60,7 +62,7 @@ protected:
         return fieldsOf(m_service.next());
     }
 
-    SaidMessage m_message;
+    TestMessage m_message;
 
 private:
     TempDir m_directory;
@@ -72,9 +74,9 @@ private:
 
 TEST_F(JournalFormat, AnEntryHoldsAllValuesOfTheMessage) {
     load("ident=door");
-    m_message.functionName = "poll";
+    m_message.function = "poll";
     m_message.depth = -2;
-    m_message.level = {8, 0x100};
+    m_message.numeric = 8;
     EXPECT_THAT(sent(), ElementsAre(Pair("CODE_FUNC", "poll"), Pair("MESSAGE", "hello"), Pair("PRIORITY", "7"),
                                     Pair("SORREL_COMPONENT", "net"), Pair("SORREL_DEPTH", "-2"),
                                     Pair("SORREL_LEVEL_MASK", "0x100"), Pair("SORREL_THREAD", "main"),
@@ -97,9 +99,9 @@ TEST_F(JournalFormat, LineFeedsOfTheTextAreKeptAndOtherControlCharactersShown) {
 
 TEST_F(JournalFormat, NamesCannotMakeFields) {
     load("ident=door");
-    m_message.threadName = "a\nPRIORITY=0";
-    m_message.componentName = "b\nPRIORITY=0";
-    m_message.functionName = "c\nPRIORITY=0";
+    m_message.thread = "a\nPRIORITY=0";
+    m_message.component = "b\nPRIORITY=0";
+    m_message.function = "c\nPRIORITY=0";
     Fields fields = sent();
     EXPECT_EQ(fields["SORREL_THREAD"], "a\\nPRIORITY=0");
     EXPECT_EQ(fields["SORREL_COMPONENT"], "b\\nPRIORITY=0");

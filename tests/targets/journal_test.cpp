@@ -140,10 +140,11 @@ protected:
 TEST_F(RealJournald, HoldsEveryField) {
     LoadedTarget& target = load("levels=all");
     target.container().setAppname("door-opener");
-    SaidMessage message;
-    message.level = {8, 0x100};
+    TestMessage message;
+    message.processId = 4711;
+    message.numeric = 8;
     message.depth = -2;
-    message.functionName = "poll";
+    message.function = "poll";
     target.say(message);
     const Entry entry = entries(1).at(0);
     EXPECT_EQ(entry["MESSAGE"], "hello");
@@ -172,9 +173,9 @@ TEST_F(RealJournald, HoldsLineFeedsAndBytesThatAreNoUtf8) {
 
 TEST_F(RealJournald, FieldsAreFoundByTheirValues) {
     load("ident=door");
-    SaidMessage message;
+    TestMessage message;
     for (const char* component : {"net", "ui", "net"}) {
-        message.componentName = component;
+        message.component = component;
         m_target->say(message);
     }
     entries(3);

@@ -14,8 +14,8 @@ class LineTargets : public LineTargetFixture {
 protected:
     // Every one of them. What the console shows goes into a pipe.
     std::vector<std::string> all() {
-        return {pathOf("console") + ",stream=stderr",
-                pathOf("console") + ",stream=stderr,time=relative,colour=always",
+        return {targetPath("console") + ",stream=stderr",
+                targetPath("console") + ",stream=stderr,time=relative,colour=always",
                 fileTarget(),
                 fileTarget("flush=err"),
                 fileTarget("format=json"),
@@ -25,7 +25,7 @@ protected:
     void sayAll(int count) {
         for (int i = 0; i < count; ++i) {
             m_pipe.read();
-            say({"a text that has\tto be\nmade safe \xff", i % 4, i % 9, "function", "net", "main",
+            log({"a text that has\tto be\nmade safe \xff", i % 4, i % 9, "function", "net", "main",
                  kLeapDay + i / 100});
         }
     }
@@ -96,12 +96,12 @@ TEST_F(LineTargets, AHundredRoundsLeaveNothingBehind) {
 
 TEST_F(LineTargets, EightThreadsWriteWholeLines) {
     constexpr int kEach = 500;
-    load(fileTarget() + "\ntarget=" + pathOf("console") + ",stream=stderr");
+    load(fileTarget() + "\ntarget=" + targetPath("console") + ",stream=stderr");
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([this] {
             for (int number = 0; number < kEach; ++number) {
-                say("text");
+                log("text");
             }
         });
     }

@@ -50,8 +50,8 @@ TEST_P(ServiceAllocations, AMessageNeedsNoneOnceALongerOneHasBeenSaid) {
     }
     LoadedTarget target(m_directory, "/no.so", "");
     target.configure(line());
-    SaidMessage message;
-    message.functionName = "a function whose name is long enough to need memory";
+    TestMessage message;
+    message.function = "a function whose name is long enough to need memory";
     message.text = std::string(2047, '\n');
     target.say(message);
     m_service.next();

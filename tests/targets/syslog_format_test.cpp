@@ -22,7 +22,10 @@ namespace {
 
 class SyslogFormat : public DiagnosticFixture {
 protected:
-    SyslogFormat() { setenv("TZ", "UTC", 1); }
+    SyslogFormat() {
+        setenv("TZ", "UTC", 1);
+        m_message.processId = 4711;
+    }
 
     // Loads the target anew.
     LoadedTarget& load(const std::string& parameters) {
@@ -31,13 +34,14 @@ protected:
         return *m_target;
     }
 
-    std::string sent(const SaidMessage& message) {
+    std::string sent(const TestMessage& message) {
         m_target->say(message);
         return m_service.next();
     }
     std::string sentText(const std::string& text) {
-        m_target->say(text);
-        return m_service.next();
+        TestMessage message = m_message;
+        message.text = text;
+        return sent(message);
     }
 
     // A line without a target is one that was refused.
@@ -47,7 +51,7 @@ protected:
         EXPECT_TRUE(diagnostics().has("syslog-target: parameter " + why)) << parameters;
     }
 
-    SaidMessage m_message;
+    TestMessage m_message;
 
 private:
     TempDir m_directory;
@@ -70,7 +74,7 @@ TEST_F(SyslogFormat, TheClassicFormIsTheDefault) {
 
 TEST_F(SyslogFormat, TheInnermostFunctionIsNamed) {
     load("ident=door, format=3164");
-    m_message.functionName = "poll";
+    m_message.function = "poll";
     m_message.depth = -3;
     EXPECT_EQ(sent(m_message), "<14>Feb 29 13:04:05 door[4711]: net/main: [poll] hello");
 }
@@ -101,10 +105,10 @@ TEST_F(SyslogFormat, TimesAreThoseOfTheTimeZone) {
 TEST_F(SyslogFormat, ThePriorityHoldsFacilityAndLevel) {
     load("facility=local0");
     for (const int numeric : {0, 3, 7}) {
-        m_message.level = {numeric, 1U << numeric};
+        m_message.numeric = numeric;
         EXPECT_THAT(sent(m_message), StartsWith("<" + std::to_string(128 + numeric) + ">"));
     }
-    m_message.level = {8, 0x100}; // entering and leaving functions
+    m_message.numeric = 8; // entering and leaving functions
     EXPECT_THAT(sent(m_message), StartsWith("<135>"));
 }
 
@@ -159,9 +163,9 @@ TEST_F(SyslogFormat, TheApplicationsNameIsMadeFitForTheHeader) {
 TEST_F(SyslogFormat, ControlCharactersAreShown) {
     load("ident=door");
     EXPECT_THAT(sentText("a\nb\tc\x1b[2J \xc3\xa9 \xff"), EndsWith(": a\\nb\\tc\\x1b[2J \xc3\xa9 \xff"));
-    m_message.threadName = "a\nb";
-    m_message.componentName = "c\nd";
-    m_message.functionName = "e\nf";
+    m_message.thread = "a\nb";
+    m_message.component = "c\nd";
+    m_message.function = "e\nf";
     EXPECT_THAT(sent(m_message), EndsWith(": c\\nd/a\\nb: [e\\nf] hello"));
 }
 
@@ -169,7 +173,7 @@ TEST_F(SyslogFormat, TheNewFormHoldsEverything) {
     char host[256] = {};
     gethostname(host, sizeof host - 1);
     load("ident=door, format=5424, facility=daemon");
-    m_message.functionName = "poll";
+    m_message.function = "poll";
     m_message.depth = 2;
     EXPECT_EQ(sent(m_message), "<30>1 2024-02-29T13:04:05.000042+00:00 " + std::string(host) +
                                    " door 4711 - [sorrel@32473 component=\"net\" depth=\"2\" function=\"poll\" "
@@ -188,9 +192,9 @@ TEST_F(SyslogFormat, TheNewFormHasTheDistanceToGreenwich) {
 
 TEST_F(SyslogFormat, StructuredDataIsEscaped) {
     load("format=5424");
-    m_message.componentName = "a\"b\\c]d";
-    m_message.threadName = "\xc3\xa9\xff\n";
-    m_message.functionName = "[]";
+    m_message.component = "a\"b\\c]d";
+    m_message.thread = "\xc3\xa9\xff\n";
+    m_message.function = "[]";
     m_message.depth = -1;
     EXPECT_EQ(structuredData(sent(m_message)),
               "[sorrel@32473 component=\"a\\\"b\\\\c\\]d\" depth=\"-1\" function=\"[\\]\" "
@@ -219,7 +223,7 @@ TEST_F(SyslogFormat, LongTextsArriveWhole) {
 TEST_F(SyslogFormat, OthersLevelsAreLeftOut) {
     LoadedTarget& target = load("ident=door, levels=err");
     target.say("hello");
-    m_message.level = {3, 8};
+    m_message.numeric = 3;
     m_message.text = "help";
     EXPECT_EQ(sent(m_message), "<11>Feb 29 13:04:05 door[4711]: net/main: help");
 }

@@ -116,9 +116,10 @@ TEST_F(RealRsyslog, UnderstandsTheClassicForm) {
     startService();
     LoadedTarget& target = load("facility=local3");
     target.container().setAppname("door-opener");
-    SaidMessage message;
-    message.functionName = "poll";
-    message.level = {3, 0x8};
+    TestMessage message;
+    message.processId = 4711;
+    message.function = "poll";
+    message.numeric = 3;
     message.text = "two\nlines, \"\xc3\xa9\"";
     target.say(message);
     const std::vector<std::string> lines = seen(1);
@@ -131,9 +132,10 @@ TEST_F(RealRsyslog, UnderstandsTheClassicForm) {
 TEST_F(RealRsyslog, UnderstandsTheNewForm) {
     startService(true);
     LoadedTarget& target = load("format=5424, facility=daemon, ident=door");
-    SaidMessage message;
-    message.componentName = "a\"b\\c]d";
-    message.functionName = "poll";
+    TestMessage message;
+    message.processId = 4711;
+    message.component = "a\"b\\c]d";
+    message.function = "poll";
     message.depth = -1;
     target.say(message);
     char host[256] = {};

@@ -3,6 +3,7 @@
 #define SORREL_TESTS_TARGET_FIXTURE_HPP
 
 #include "container_fixture.hpp"
+#include "test_message.hpp"
 
 #include <array>
 #include <cerrno>
@@ -28,17 +29,6 @@ inline std::string outputOf(const std::string& command) {
     return output;
 }
 
-// A message on the last day of February.
-struct TestMessage {
-    std::string text;
-    int depth = 0;
-    int numeric = 6;
-    std::string thread = "main";
-    std::string component = "net";
-    std::string function = "";
-    int microseconds = 42; // since the minute; may be more than a second, or negative
-};
-
 // A container with the targets of a configuration, and a small disk.
 class TargetFixture : public ContainerFixture {
 protected:
@@ -49,6 +39,9 @@ protected:
     void unload() { configureTargets("component=net, 1\n"); }
     void configureTargets(const std::string& text) {
         configure(text);
+        read();
+    }
+    void read() {
         if (!m_container) {
             m_container.emplace(directory(), false, nullptr);
         }
@@ -57,14 +50,8 @@ protected:
 
     sorrel::CLogTargetContainer& container() { return *m_container; }
 
-    void log(const TestMessage& message) {
-        constexpr int kSecond = 1000000;
-        constexpr long long kTime = 1709211845;
-        sorrel_level level = {message.numeric, 1U << (static_cast<unsigned int>(message.numeric) % 32U)};
-        const int seconds = message.microseconds / kSecond - (message.microseconds < 0 ? 1 : 0);
-        m_container->log(getpid(), message.depth, kTime + seconds, message.microseconds - seconds * kSecond, &level,
-                         message.thread, message.component, message.function, message.text);
-    }
+    void log(const TestMessage& message) { logTo(*m_container, message); }
+    void log(const char* text) { log(TestMessage{text}); }
 
     // A disk of 128 KiB in the private system.
     static std::string disk() { return "/run/disk"; }

@@ -20,12 +20,12 @@ protected:
     std::string path() { return files().path() + "/" + std::to_string(getpid()) + ".json"; }
     std::string content() { return files().read(std::to_string(getpid()) + ".json"); }
 
-    void enter(int depth, const std::string& function) { record(depth, function, "entering"); }
-    void leave(int depth, const std::string& function) { record(depth, function, "leaving"); }
+    void enter(int depth, const std::string& function) { record("entering", depth, kEnterLeave, function); }
+    void leave(int depth, const std::string& function) { record("leaving", depth, kEnterLeave, function); }
     void say(const std::string& text, int depth = 0, const std::string& function = "") {
-        log({text, depth, 6, "main", "net", function, ++m_time});
+        record(text, depth, 6, function);
     }
-    void sayAs(const std::string& threadName, const std::string& text) { log({text, 0, 6, threadName, "net"}); }
+    void sayAs(const std::string& threadName, const std::string& text) { log({text, 0, 6, "", "net", threadName}); }
 
     // What a viewer would show below the line that names the process.
     std::string shown(const std::string& file, const std::string& option = "") {
@@ -35,11 +35,14 @@ protected:
     }
     std::string shown() { return shown(path()); }
 
-    int m_time = 0;
+    int m_time = 0; // of the last message, in microseconds since the leap day's; may be negative
 
 private:
-    void record(int depth, const std::string& function, const std::string& text) {
-        log({text, depth, kEnterLeave, "main", "net", function, ++m_time});
+    void record(const std::string& text, int depth, int numeric, const std::string& function) {
+        constexpr int kSecond = 1000000;
+        ++m_time;
+        const int seconds = m_time / kSecond - (m_time < 0 ? 1 : 0);
+        log({text, depth, numeric, function, "net", "main", kLeapDay + seconds, m_time - seconds * kSecond});
     }
 };
 
