@@ -72,7 +72,9 @@ SORREL_API void sorrel_dump(sorrel_component* component, sorrel_level* level, co
  */
 SORREL_API void sorrel_init(sorrel_component* component, const char* threadName);
 
-/* Names the calling thread like sorrel_init, on the logger without configuration, and logs nothing. */
+/* Names the calling thread like sorrel_init and logs nothing. Uses the logger without configuration. The first call in a
+ * process does with syslog, /etc/tanglelog.cfg and SIGUSR1 what the first sorrel_init does.
+ */
 SORREL_API void sorrel_init_nosorrel(const char* threadName);
 
 /* Logs "----- Thread %s ending." at SR_ENTERLEAVE and renames the calling thread to "<thrd done>". */
@@ -85,7 +87,7 @@ SORREL_API void sorrel_done(sorrel_component* component);
 SORREL_API void sorrel_enter_function(sorrel_component* component, const char* functionName);
 
 /* Lowers the thread's depth by one, logs "leaving" at SR_ENTERLEAVE and forgets the innermost function. Without a
- * matching enter the depth becomes negative and nothing else happens.
+ * matching enter the depth becomes negative; "leaving" is logged all the same.
  */
 SORREL_API void sorrel_leave_function(sorrel_component* component);
 

@@ -24,7 +24,7 @@ SORREL_API void sorrel_tangleLog(int priority, const char* format, ...) __attrib
 // file and uses syslog, as it always did; do not send the signal to a process that may be inside syslog(3) or malloc(3)
 // unless you accept that it may hang.
 //
-// The logger calls this at the first sorrel_init of a process. Reports no errors.
+// The logger calls this at the first sorrel_init, or sorrel_init_nosorrel, of a process. Reports no errors.
 SORREL_API void sorrel_tangleLogInit();
 
 } // namespace sorrel

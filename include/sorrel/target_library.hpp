@@ -35,10 +35,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <cxxabi.h>
 #include <exception>
 #include <fnmatch.h>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -143,11 +145,13 @@ public:
         if (m_lost != 0) {
             sorrel_tangleLog(kWarningPriority, "%s-target: %s", name().c_str(), announcement().c_str());
         }
-        sorrel_tangleLog(kDebugPriority, "%s-target: %llu messages written, %llu dropped, %llu failed", name().c_str(),
-                         m_written, m_dropped, m_failed);
+        if (m_written + m_dropped + m_failed != 0) {
+            sorrel_tangleLog(kDebugPriority, "%s-target: %llu messages written, %llu dropped, %llu failed",
+                             name().c_str(), m_written, m_dropped, m_failed);
+        }
     }
 
-    // Throws nothing of its own.
+    // Lets no exception of deliver() pass: the message then counts as failed.
     void log(int processId, int depth, long long seconds, int microseconds, sorrel_level* level,
              const std::string& threadName, const std::string& componentName, const std::string& functionName,
              const std::string& text) final {
@@ -157,8 +161,12 @@ public:
                 count(attempt(
                     {processId, depth, seconds, microseconds, *level, threadName, componentName, functionName, text}));
             }
-        } catch (const std::exception&) { // not (...): the end of a cancelled thread has to pass
+        } catch (const std::bad_alloc&) {
             count(ENOMEM);
+        } catch (const abi::__forced_unwind&) {
+            throw; // the end of a cancelled thread
+        } catch (...) {
+            count(ECANCELED);
         }
     }
 

@@ -55,8 +55,10 @@ protected:
     }
 
     void expectRefused(const std::string& parameter, const std::string& value) {
+        const int others = refusals("", "");
         loadIt(", " + parameter + "=" + value);
         EXPECT_EQ(refusals("\"" + parameter + "\"", "\"" + value + "\""), 1);
+        EXPECT_EQ(refusals("", ""), others + 1);
         EXPECT_TRUE(diagnostics().has("logtarget-container: Unable to create LogTarget from lib \"" +
                                       GetParam().library + "\""));
         EXPECT_FALSE(isLibraryOpen(GetParam().library));

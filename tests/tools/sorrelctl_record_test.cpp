@@ -137,6 +137,16 @@ TEST_F(SorrelctlRecord, SpansOfATraceAreBalanced) {
     EXPECT_EQ(record("export --format trace " + path("missing")).out, "{\"traceEvents\":[]}\n");
 }
 
+TEST_F(SorrelctlRecord, AFunctionThatIsOpenAtTheEndOfAFileEndsThere) {
+    const Result result = record("export --format trace --grep entering " + path("ring") + " " + path("ring"));
+    std::string phases;
+    for (std::size_t at = result.out.find("\"ph\":\""); at != std::string::npos;
+         at = result.out.find("\"ph\":\"", at + 1)) {
+        phases += result.out[at + 6];
+    }
+    EXPECT_EQ(phases, "MMBEMMBE");
+}
+
 TEST_F(SorrelctlRecord, MessagesAreChosen) {
     EXPECT_THAT(chosen("--level err"), ElementsAre("second \\\"quoted\\\" line"));
     EXPECT_THAT(chosen("--level 'upto:warning'"), ElementsAre("second \\\"quoted\\\" line", "last"));

@@ -33,18 +33,10 @@ public:
             track.last = momentOf(record);
             write(out, record, track);
         }
+        closeFunctions(out);
     }
 
-    // Functions that are still open when the process ends are closed with the last message of their thread.
-    void finish(std::string& out) override {
-        for (const auto& [id, track] : m_tracks) {
-            for (std::size_t i = 0; i < track.open; ++i) {
-                begin(out, 'E', id.first, id.second, track.last);
-                out += '}';
-            }
-        }
-        out += m_isFirst ? "{\"traceEvents\":[]}\n" : "\n]}\n";
-    }
+    void finish(std::string& out) override { out += m_isFirst ? "{\"traceEvents\":[]}\n" : "\n]}\n"; }
 
 private:
     struct Track {
@@ -75,6 +67,18 @@ private:
         out += '}';
     }
 
+    // Functions that are still open at the end of a file are closed with the last message of their thread. The next
+    // file may be of another process with the same number.
+    void closeFunctions(std::string& out) {
+        for (const auto& [id, track] : m_tracks) {
+            for (std::size_t i = 0; i < track.open; ++i) {
+                begin(out, 'E', id.first, id.second, track.last);
+                out += '}';
+            }
+        }
+        m_tracks.clear();
+    }
+
     void begin(std::string& out, char phase, std::int32_t processId, std::uint32_t threadId, std::int64_t moment) {
         next(out);
         fmt::format_to(std::back_inserter(out), "{{\"ph\":\"{}\",\"pid\":{},\"tid\":{},\"ts\":{}", phase, processId,
@@ -95,7 +99,7 @@ private:
         m_isFirst = false;
     }
 
-    std::map<std::pair<std::int32_t, std::uint32_t>, Track> m_tracks;
+    std::map<std::pair<std::int32_t, std::uint32_t>, Track> m_tracks; // of one file
     bool m_isFirst = true;
 };
 
