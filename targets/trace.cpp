@@ -52,7 +52,7 @@ struct Track {
 class TraceTarget final : public sorrel::MessageTarget {
 public:
     explicit TraceTarget(sorrel::TargetParameters& parameters)
-        : MessageTarget(parameters), m_pattern(parameters.text("file")),
+        : MessageTarget(parameters), m_pattern(parameters.path("file")),
           m_maxSize(parameters.bytes("max_size", 64 << 20U, 64 << 10U)), m_processName(parameters.applicationName()) {
         parameters.refuseUnknown(); // before there is a file
         const int error = begin(getpid());
