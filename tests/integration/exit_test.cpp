@@ -38,6 +38,22 @@ TEST_F(Exit, HandlersMayCallEverythingAfterTheLogger) {
         ExitedWithCode(0), Eq(std::string(kReleased) + "all silent\n"));
 }
 
+TEST_F(Exit, NoThreadAndNoDescriptorOfTheLoggerIsLeft) {
+    EXPECT_EXIT(
+        {
+            static const auto& before = *new auto(openDescriptors()); // outlives all statics
+            start();
+            sorrel_set_applicationname("player");
+            lastWords.speak = [] {
+                expectAtExit(noThreadWaitsForEvents(), "the worker has ended");
+                expectAtExit(openDescriptors() == before, "its descriptors are closed");
+                std::fputs("alone\n", stderr);
+            };
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), EndsWith("alone\n"));
+}
+
 TEST_F(Exit, HandlersThatWereRegisteredAfterTheLoggerStillLog) {
     EXPECT_EXIT(
         {
