@@ -3,12 +3,18 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 using testing::AllOf;
 using testing::EndsWith;
 using testing::Eq;
 using testing::ExitedWithCode;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -52,6 +58,24 @@ TEST_F(Exit, NoThreadAndNoDescriptorOfTheLoggerIsLeft) {
             std::exit(EXIT_SUCCESS);
         },
         ExitedWithCode(0), EndsWith("alone\n"));
+}
+
+TEST_F(Exit, AChildThatNoForkHandlerHasSeenEnds) {
+    EXPECT_EXIT(
+        {
+            start();
+            const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+            if (child == 0) {
+                alarm(kChildPatienceSeconds);
+                std::exit(EXIT_SUCCESS);
+            }
+            int status = -1;
+            expectAtExit(waitpid(child, &status, 0) == child && status == 0, "the child ends");
+            turnDial(3);
+            expectAtExit(readsDial(3), "the parent is still watching");
+            _exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), StartsWith(kReleased)); // as the child has it done
 }
 
 TEST_F(Exit, HandlersThatWereRegisteredAfterTheLoggerStillLog) {
