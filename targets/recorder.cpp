@@ -58,9 +58,8 @@ private:
     }
 
     static recorder::RingName ringName(sorrel::TargetParameters& parameters) {
-        const std::string application = parameters.applicationName();
         try {
-            return {pattern(parameters), application.empty() ? program_invocation_short_name : application};
+            return {pattern(parameters), parameters.applicationName()};
         } catch (const std::invalid_argument& error) {
             sorrel::TargetParameters::refuse("file", pattern(parameters), error.what());
         }

@@ -3,6 +3,7 @@
 #define SORREL_TARGETS_RECORDER_FILE_HPP
 
 #include "descriptor.hpp"
+#include "file_pattern.hpp"
 #include "recorder_format.hpp"
 #include "recorder_process.hpp"
 
@@ -25,47 +26,31 @@
 namespace recorder {
 namespace {
 
-// A pattern of paths: %p stands for the process id, %a for the application's name, %% for a percent sign.
+// Where rings lie.
 class RingName {
 public:
-    // Throws std::invalid_argument for a '%' before anything else.
-    RingName(const std::string& pattern, const std::string& applicationName) {
-        for (std::string::size_type i = 0; i < pattern.size(); ++i) {
-            if (pattern[i] != '%') {
-                m_pattern += pattern[i];
-                continue;
-            }
-            ++i;
-            const char directive = i < pattern.size() ? pattern[i] : '\0';
-            if (directive == 'a') {
-                m_pattern += harmless(applicationName);
-            } else if (directive == 'p' || directive == '%') {
-                m_pattern += directive == 'p' ? kProcessId : '%';
-            } else {
-                throw std::invalid_argument("holds a % that is none of %p, %a and %%");
-            }
+    // Throws std::invalid_argument for what is no pattern, and for one whose rings of other processes cannot be found.
+    RingName(const std::string& pattern, const std::string& applicationName) : m_pattern(pattern, applicationName) {
+        if (hidesProcessId(FilePattern(pattern, "0").text())) { // the name of an application may begin with a digit
+            throw std::invalid_argument("has a %p where old rings are not found: before the last / or in front of a "
+                                        "digit, %a or %p");
         }
     }
 
-    std::string pathFor(pid_t processId) const {
-        std::string path;
-        for (const char c : m_pattern) {
-            path += c == kProcessId ? std::to_string(processId) : std::string(1, c);
-        }
-        return path;
-    }
+    std::string pathFor(pid_t processId) const { return m_pattern.pathFor(processId); }
 
     // Whether a file of the directory may have been made with this pattern, by any process.
     bool matches(const std::string& fileName) const {
+        const std::string& pattern = m_pattern.text();
         std::string::size_type at = 0;
-        for (std::string::size_type i = m_pattern.rfind('/') + 1; i < m_pattern.size(); ++i) {
-            if (m_pattern[i] == kProcessId) {
+        for (std::string::size_type i = pattern.rfind('/') + 1; i < pattern.size(); ++i) {
+            if (pattern[i] == kProcessId) {
                 const std::string::size_type begin = at;
                 at = std::min(fileName.find_first_not_of(kDigits, at), fileName.size());
                 if (at == begin) {
                     return false;
                 }
-            } else if (at >= fileName.size() || fileName[at++] != m_pattern[i]) {
+            } else if (at >= fileName.size() || fileName[at++] != pattern[i]) {
                 return false;
             }
         }
@@ -74,24 +59,23 @@ public:
     }
 
 private:
-    static constexpr char kProcessId = '\0';
+    static constexpr char kProcessId = FilePattern::kProcessId;
     static constexpr const char* kDigits = "0123456789";
 
-    // A name comes from anywhere; here it must stay the name of one file.
-    static std::string harmless(std::string name) {
-        for (char& c : name) {
-            const auto byte = static_cast<unsigned char>(c);
-            if (c == '/' || byte < 0x20 || byte == 0x7f) {
-                c = '_';
+    // Old rings are looked for in one directory, and a process id is all the digits that stand there.
+    static bool hidesProcessId(const std::string& pattern) {
+        const std::string::size_type fileName = pattern.rfind('/') + 1;
+        const std::string wrong = std::string(kDigits) + kProcessId;
+        for (std::string::size_type i = pattern.find(kProcessId); i < pattern.size();
+             i = pattern.find(kProcessId, i + 1)) {
+            if (i < fileName || (i + 1 < pattern.size() && wrong.find(pattern[i + 1]) != std::string::npos)) {
+                return true;
             }
         }
-        if (!name.empty() && name[0] == '.') {
-            name[0] = '_';
-        }
-        return name;
+        return false;
     }
 
-    std::string m_pattern; // with kProcessId for %p
+    FilePattern m_pattern;
 };
 
 // A new file in memory. As long as this lives, its lock says so to processes for which the process id means another

@@ -159,8 +159,10 @@ private:
         appendParameter(message.functionName);
         m_line += " thread=";
         appendParameter(message.threadName);
-        m_line += isWideText(message.text) ? "] \xef\xbb\xbf" : "] "; // the mark in front of UTF-8 is demanded
-        text::appendVisible(m_line, message.text);
+        m_visible.clear();
+        text::appendVisible(m_visible, message.text);
+        m_line += isWideText(m_visible) ? "] \xef\xbb\xbf" : "] "; // the mark in front of UTF-8 is demanded
+        m_line += m_visible;
     }
 
     // UTF-8 only; a quotation mark, a backslash and a closing bracket have a backslash in front.

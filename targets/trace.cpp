@@ -1,58 +1,42 @@
 // Log target that writes a trace for Perfetto, chrome://tracing and speedscope: `target=sorrel-trace.so,
 // file=/tmp/trace-%p.json`. Functions that are entered and left become slices, all other messages marks, on a track for
 // each thread.
-#include "text.hpp"
+#include "file_pattern.hpp"
+#include "log_line.hpp"
+#include "open_functions.hpp"
 #include "thread_id.hpp"
+#include "trace_events.hpp"
 #include "trace_file.hpp"
 
 #include <sorrel/target_library.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <map>
+#include <stdexcept>
 #include <string>
-#include <string_view>
 #include <unistd.h>
 #include <vector>
 
 namespace {
-
-// Two processes never write one file: where the pattern has no %p, the process id is appended.
-std::string pathFor(int processId, const std::string& pattern) {
-    const std::string number = std::to_string(processId);
-    std::string path = pattern.find("%p") == std::string::npos ? pattern + ".%p" : pattern;
-    for (std::size_t i = path.find("%p"); i != std::string::npos; i = path.find("%p", i)) {
-        path.replace(i, 2, number);
-    }
-    return path;
-}
-
-bool isRecord(const sorrel::Message& message, std::string_view text) {
-    constexpr int kEnterLeave = 8;
-    return message.level.numeric == kEnterLeave && message.text == text;
-}
-
-struct Function {
-    int depth;
-    std::string name;
-};
 
 // What the file holds of a thread.
 struct Track {
     unsigned int file = 0; // the number of the one that knows it
     std::string name;
     long long lastTime = 0;
-    std::vector<Function> functions;
-    std::size_t open = 0; // so many of them are not left yet; the others keep their memory
+    OpenFunctions functions;
 };
 
 class TraceTarget final : public sorrel::MessageTarget {
 public:
     explicit TraceTarget(sorrel::TargetParameters& parameters)
         : MessageTarget(parameters), m_pattern(parameters.path("file")),
+          m_path(pathOf(m_pattern, parameters.applicationName())),
           m_maxSize(parameters.bytes("max_size", 64 << 20U, 64 << 10U)), m_processName(parameters.applicationName()) {
         parameters.refuseUnknown(); // before there is a file
         const int error = begin(getpid());
@@ -67,26 +51,35 @@ public:
     }
 
 private:
+    // Two processes never write one file: where the pattern has no %p, the process id is appended.
+    static FilePattern pathOf(const std::string& pattern, const std::string& applicationName) {
+        try {
+            FilePattern path(pattern, applicationName);
+            return path.hasProcessId() ? path : FilePattern(pattern + ".%p", applicationName);
+        } catch (const std::invalid_argument& error) {
+            sorrel::TargetParameters::refuse("file", pattern, error.what());
+        }
+    }
+
     int deliver(const sorrel::Message& message) override {
         int error = m_file.isOpen() && message.processId == m_processId ? 0 : begin(message.processId);
         if (error != 0) {
             return error;
         }
         Track& track = trackOf(threadIdIn(m_processId));
-        std::size_t open = compose(message, track);
+        OpenFunctions::Step step = compose(message, track);
         if (!m_file.hasRoom(m_events, m_maxSize)) {
             error = begin(m_processId);
-            open = compose(message, track);
+            step = compose(message, track);
+            error = error == 0 && !m_file.hasRoom(m_events, m_maxSize) ? EMSGSIZE : error;
         }
         error = error == 0 ? m_file.append(m_events) : error;
         if (error == 0) { // only now: a track is what the file holds
             track.file = m_fileNumber;
             track.name = nameOf(track, message);
-            track.lastTime = m_time;
-            track.open = open;
-            if (isRecord(message, "entering")) {
-                keepFunction(message, track);
-            }
+            track.lastTime = m_place.time;
+            track.functions.take(step, log_line::lineOf(message));
+            m_repeated += m_repeatedNow;
             m_isProcessNamed = true;
         }
         return error;
@@ -95,132 +88,87 @@ private:
     // A new file, which holds the name of the process.
     int begin(int processId) {
         m_processId = processId;
-        m_threadId = threadIdIn(processId);
+        m_place = {processId, threadIdIn(processId), 0};
         ++m_fileNumber;
+        m_repeated = 0;
         m_events.clear();
-        appendName("process_name", processName());
-        const int error = m_file.open(pathFor(processId, m_pattern), m_events);
+        trace_events::appendName(m_events, m_place, "process_name", processName());
+        const int error = m_file.open(m_path.pathFor(processId), m_events);
         m_isProcessNamed = error == 0;
         return error;
     }
 
     Track& trackOf(int threadId) {
-        constexpr std::size_t kManyTracks = 1024;
-        m_threadId = threadId;
-        if (m_tracks.size() >= kManyTracks && m_tracks.count(threadId) == 0) { // most of these threads are gone
-            for (auto track = m_tracks.begin(); track != m_tracks.end();) {
-                track = track->second.open == 0 ? m_tracks.erase(track) : std::next(track);
-            }
+        m_place.threadId = threadId;
+        if (m_tracks.size() >= kManyTracks && m_tracks.count(threadId) == 0) {
+            giveUpTracks();
         }
         return m_tracks[threadId];
     }
 
-    // Makes the events for a message. Returns how many functions are open behind them.
-    //
-    // The depth says which functions have been left: records of them may be missing, when a mask was changed meanwhile.
-    std::size_t compose(const sorrel::Message& message, const Track& track) {
-        m_events.clear();
-        m_time = timeOf(message, track);
-        if (!m_isProcessNamed) {
-            appendName("process_name", processName());
+    // Most of so many threads are gone: those that are in no function, and if these are too few, the ones that have
+    // been silent for the longest time.
+    void giveUpTracks() {
+        giveUp([](const Track& track) { return track.functions.size() == 0; });
+        if (m_tracks.size() > kManyTracks / 2) {
+            std::vector<long long> times;
+            for (const auto& track : m_tracks) {
+                times.push_back(track.second.lastTime);
+            }
+            const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+            std::nth_element(times.begin(), middle, times.end());
+            giveUp([time = *middle](const Track& track) { return track.lastTime <= time; });
         }
-        appendTrack(message, track);
-        std::size_t open = track.open;
-        bool isLeft = false;
-        for (; open > 0 && track.functions[open - 1].depth >= message.depth; --open) {
-            const Function& function = track.functions[open - 1];
-            appendTimed('E', function.name);
-            m_events += '}';
-            isLeft = function.depth == message.depth && function.name == message.functionName;
-        }
-        if (isRecord(message, "entering")) {
-            appendBegin(message);
-            ++open;
-        } else if (!isLeft || !isRecord(message, "leaving")) {
-            appendMark(message);
-        }
-        return open;
     }
 
-    // Names the track, and enters its open functions, where the file does not know them yet.
-    void appendTrack(const sorrel::Message& message, const Track& track) {
+    template <typename Condition>
+    void giveUp(const Condition& isGone) {
+        for (auto track = m_tracks.begin(); track != m_tracks.end();) {
+            track = isGone(track->second) ? m_tracks.erase(track) : std::next(track);
+        }
+    }
+
+    // Makes the events for a message, and those that the file needs before them.
+    OpenFunctions::Step compose(const sorrel::Message& message, const Track& track) {
+        const log_line::Line line = log_line::lineOf(message);
+        m_events.clear();
+        m_repeatedNow = 0;
+        m_place.time = timeOf(message, track);
+        if (!m_isProcessNamed) {
+            trace_events::appendName(m_events, m_place, "process_name", processName());
+        }
         const bool isNew = track.file != m_fileNumber;
         const std::string& name = nameOf(track, message);
         if (isNew || name != track.name) {
-            appendName("thread_name", name);
+            trace_events::appendName(m_events, m_place, "thread_name", name);
         }
-        for (std::size_t i = 0; isNew && i < track.open; ++i) {
-            appendTimed('B', track.functions[i].name);
-            m_events += '}';
+        const std::size_t stay = track.functions.stepOf(line).stay;
+        const std::size_t open = isNew ? repeatFunctions(track, stay) : track.functions.size();
+        const OpenFunctions::Step step = track.functions.stepOf(line, open);
+        trace_events::appendMessage(m_events, m_place, line, track.functions, step);
+        return step;
+    }
+
+    // Enters functions that the file does not know yet, as many of the outermost ones as fit into the half of it that
+    // the threads have for this: messages need the rest. Returns how many.
+    std::size_t repeatFunctions(const Track& track, std::size_t count) {
+        const std::size_t start = m_events.size();
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t end = m_events.size();
+            trace_events::appendFunction(m_events, m_place, 'B', track.functions.name(i));
+            const auto repeated = static_cast<std::int64_t>(m_events.size() - start);
+            if (m_repeated + repeated > m_maxSize / 2) {
+                m_events.resize(end);
+                return i;
+            }
+            m_repeatedNow = repeated;
         }
-    }
-
-    // The last of those that are open.
-    static void keepFunction(const sorrel::Message& message, Track& track) {
-        if (track.functions.size() < track.open) {
-            track.functions.emplace_back();
-        }
-        track.functions[track.open - 1].depth = message.depth;
-        track.functions[track.open - 1].name = message.functionName;
-    }
-
-    void appendBegin(const sorrel::Message& message) {
-        appendTimed('B', message.functionName);
-        appendText(",\"cat\":", message.componentName);
-        m_events += '}';
-    }
-
-    void appendMark(const sorrel::Message& message) {
-        appendTimed('i', message.text);
-        m_events += ",\"s\":\"t\"";
-        appendText(",\"cat\":", message.componentName);
-        const char* const level = sorrel::levelName(message.level.numeric);
-        m_events += ",\"args\":{\"level\":";
-        if (level != nullptr) {
-            text::appendJson(m_events, level);
-        } else {
-            appendNumber("", message.level.numeric);
-        }
-        appendText(",\"component\":", message.componentName);
-        appendText(",\"function\":", message.functionName);
-        appendNumber(",\"depth\":", message.depth);
-        m_events += "}}";
-    }
-
-    void appendName(const char* kind, const std::string& name) {
-        appendStart('M', kind);
-        appendText(",\"args\":{\"name\":", name);
-        m_events += "}}";
-    }
-
-    void appendTimed(char phase, const std::string& name) {
-        appendStart(phase, name);
-        appendNumber(",\"ts\":", m_time);
-    }
-
-    void appendStart(char phase, std::string_view name) {
-        m_events += ",\n{\"ph\":\"";
-        m_events += phase;
-        m_events += '"';
-        appendNumber(",\"pid\":", m_processId);
-        appendNumber(",\"tid\":", m_threadId);
-        appendText(",\"name\":", name);
-    }
-
-    void appendText(const char* key, std::string_view value) {
-        m_events += key;
-        text::appendJson(m_events, value);
-    }
-
-    void appendNumber(const char* key, long long value) {
-        m_events += key;
-        text::appendNumber(m_events, value);
+        return count;
     }
 
     // In microseconds since 1970. When the clock is set back, the trace goes on as if it had not been.
     long long timeOf(const sorrel::Message& message, const Track& track) {
-        constexpr long long kMicroseconds = 1000000;
-        const long long time = message.seconds * kMicroseconds + message.microseconds;
+        const long long time = message.microsecondsSinceEpoch();
         if (time + m_shift < track.lastTime) {
             m_shift = track.lastTime - time;
         }
@@ -234,19 +182,23 @@ private:
 
     std::string processName() const { return m_processName.empty() ? program_invocation_short_name : m_processName; }
 
+    static constexpr std::size_t kManyTracks = 1024;
+
     const std::string m_pattern;
+    const FilePattern m_path;
     const std::int64_t m_maxSize; // bytes
     std::string m_processName;
     bool m_isProcessNamed = false; // in the file
     TraceFile m_file;
     unsigned int m_fileNumber = 0;
-    int m_processId = 0; // of the file
+    int m_processId = 0;         // of the file
+    std::int64_t m_repeated = 0; // bytes of functions that were entered before the file was made
     std::map<int, Track> m_tracks;
 
     // Of the message at hand.
-    int m_threadId = 0;
-    long long m_time = 0;
+    trace_events::Place m_place{};
     std::string m_events;
+    std::int64_t m_repeatedNow = 0;
     long long m_shift = 0; // by which the clock was set back
 };
 

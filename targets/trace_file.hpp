@@ -28,7 +28,8 @@ public:
 
     // Whether the file stays within a size with these events.
     bool hasRoom(const std::string& events, std::int64_t size) const {
-        return m_end + static_cast<std::int64_t>(events.size() + kTail.size()) <= size;
+        const std::size_t withTail = events.size() + kTail.size();
+        return m_end + static_cast<std::int64_t>(blanksBefore(withTail) + withTail) <= size;
     }
 
     // Makes a new file, with its first events; a file that stands there becomes PATH.1. Returns 0 or the error number.
@@ -56,13 +57,7 @@ public:
             events.front() = '[';
         }
         events += kTail;
-        // The kernel writes a page after the other, and a process may be killed in between. So what fits into one is
-        // written into one: the array then lacks its closing bracket at worst, which is allowed.
-        constexpr unsigned int kPage = 4096;
-        const std::size_t room = kPage - static_cast<unsigned int>(m_end % kPage);
-        if (events.size() > room && events.size() <= kPage) {
-            events.insert(0, room, ' ');
-        }
+        events.insert(0, blanksBefore(events.size()), ' ');
         const int error = write(events);
         if (error != 0) {
             takeBack();
@@ -74,6 +69,14 @@ public:
 
 private:
     static constexpr std::string_view kTail = "\n]\n";
+
+    // The kernel writes a page after the other, and a process may be killed in between. So what fits into one is
+    // written into one, behind so many blanks: the array then lacks its closing bracket at worst, which is allowed.
+    std::size_t blanksBefore(std::size_t size) const {
+        constexpr unsigned int kPage = 4096;
+        const std::size_t room = kPage - static_cast<unsigned int>(m_end % kPage);
+        return size > room && size <= kPage ? room : 0;
+    }
 
     // From where the last event ends.
     int write(std::string_view text) const {

@@ -59,7 +59,8 @@ void forEachWord(const std::string& words, Use use) {
 }
 
 // Words joined by ';', each of them a level, "upto:LEVEL" for it and all that is graver, "all", or a mask "0x1ff". A
-// '-' in front takes its levels out again; words count from left to right, and behind nothing but a '-' stands "all":
+// '-' in front takes its levels out again. Words count from left to right; a list that begins with '-' starts from
+// "all":
 //
 //     err;warning     upto:info     all;-enterleave     -debug     0x48
 class SORREL_LOCAL LevelSet {

@@ -1,5 +1,5 @@
 // The legacy interface: logging straight to syslog under a level that one shared file holds for every program. It is
-// also the channel through which the library reports about itself.
+// also the channel through which the library reports about itself. C++ only.
 #ifndef SORREL_TANGLE_LOG_H
 #define SORREL_TANGLE_LOG_H
 

@@ -1,5 +1,6 @@
 // What a message costs besides time: allocations, and calls into the C library, which this program counts.
 #include "fast_path.hpp"
+#include "private_system.hpp"
 #include "raw_target.hpp"
 
 #include <sorrel/level.h>
@@ -110,6 +111,7 @@ Costs costsOf(Action action) {
 class MessagePath : public RawTargetFixture {
 protected:
     MessagePath() {
+        enterPrivateSystem(); // naming a thread writes to /etc/tanglelog.cfg
         directory().write("sorrel.cfg", std::string(kTargetLine) + "\n");
         directory().write("sorrel-answering.cfg", "target=" SORREL_TEST_ANSWERING_TARGET "\n");
         setenv("SORL_PATH", directory().path().c_str(), 1);

@@ -3,12 +3,18 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 using testing::AllOf;
 using testing::EndsWith;
 using testing::Eq;
 using testing::ExitedWithCode;
 using testing::HasSubstr;
 using testing::Not;
+using testing::StartsWith;
 
 namespace {
 
@@ -36,6 +42,45 @@ TEST_F(Exit, HandlersMayCallEverythingAfterTheLogger) {
             std::exit(EXIT_SUCCESS);
         },
         ExitedWithCode(0), Eq(std::string(kReleased) + "all silent\n"));
+}
+
+TEST_F(Exit, NoThreadAndNoDescriptorOfTheLoggerIsLeft) {
+    EXPECT_EXIT(
+        {
+            static const auto& before = *new auto(openDescriptors()); // outlives all statics
+            start();
+            sorrel_set_applicationname("player");
+            lastWords.speak = [] {
+                expectAtExit(noThreadWaitsForEvents(), "the worker has ended");
+                expectAtExit(openDescriptors() == before, "its descriptors are closed");
+                std::fputs("alone\n", stderr);
+            };
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), EndsWith("alone\n"));
+}
+
+TEST_F(Exit, AChildThatNoForkHandlerHasSeenEnds) {
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+    GTEST_SKIP() << "for the sanitizer it is a thread of its parent";
+#endif
+#endif
+    EXPECT_EXIT(
+        {
+            start();
+            const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+            if (child == 0) {
+                alarm(kChildPatienceSeconds);
+                std::exit(EXIT_SUCCESS);
+            }
+            int status = -1;
+            expectAtExit(waitpid(child, &status, 0) == child && status == 0, "the child ends");
+            turnDial(3);
+            expectAtExit(readsDial(3), "the parent is still watching");
+            _exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), StartsWith(kReleased)); // as the child has it done
 }
 
 TEST_F(Exit, HandlersThatWereRegisteredAfterTheLoggerStillLog) {

@@ -151,6 +151,15 @@ TEST_F(Fork, ChildThatExitsReleasesItsTargets) {
     EXPECT_EQ(endOfChild(child), kChildPassed);
 }
 
+TEST_F(Fork, ChildrenMayBuildTheOtherLoggerOnAnotherThread) {
+    build();
+    const pid_t child = startChild([] {
+        std::thread([] { sorrel_set_applicationname_nosorrel("player"); }).join();
+        return true;
+    });
+    EXPECT_EQ(endOfChild(child), kChildPassed);
+}
+
 TEST_F(Fork, ChildrenOfAStormOfMessagesAllEnd) {
     if (!kChildrenMayAllocate) {
         GTEST_SKIP() << "the sanitizer's allocator is not ready for it";

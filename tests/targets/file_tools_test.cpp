@@ -80,10 +80,12 @@ TEST_F(FileTools, LnavReadsTheLines) {
     load(fileTarget());
     log({"hello", 0, 3});
     log({"it's, \"quoted\"\nand more", 2, 7, "poll", "ui", "worker-1", kLeapDay + 1});
+    log({"nameless", 1, 6, "poll", "net", "<no name>", kLeapDay + 2});
     EXPECT_THAT(linesOf(found("log_time, log_level, component, thread, function, log_body", "sorrel_text")),
                 ElementsAre("log_time,log_level,component,thread,function,log_body",
                             "2024-02-29 13:04:05.000,error,net,main,<NULL>,hello",
-                            "2024-02-29 13:04:06.000,debug,ui,worker-1,poll,\"it's, \"\"quoted\"\"\\nand more\""));
+                            "2024-02-29 13:04:06.000,debug,ui,worker-1,poll,\"it's, \"\"quoted\"\"\\nand more\"",
+                            "2024-02-29 13:04:07.000,info,net,<no name>,poll,nameless"));
 }
 
 TEST_F(FileTools, LnavReadsTheObjects) {

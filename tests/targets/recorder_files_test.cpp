@@ -136,6 +136,24 @@ TEST_F(RecorderFiles, WrongParametersAreRefused) {
     EXPECT_THAT(rings(), IsEmpty());
 }
 
+TEST_F(RecorderFiles, APatternByWhichOldRingsAreNotFoundIsRefused) {
+    for (const std::string name : {"rings/r-%p0.ring", "rings/%p%a", "rings/%p%p", "%p/ring", "d%p/r-%p"}) {
+        EXPECT_TRUE(isRefused("file=" + path(name) + ",size=64k",
+                              "recorder-target: parameter \"file\": \"" + path(name) +
+                                  "\" has a %p where old rings are not found: before the last / or in front of a "
+                                  "digit, %a or %p"))
+            << name;
+    }
+    EXPECT_THAT(rings(), IsEmpty());
+    for (const std::string name : {"0%p", "%a%p.0", "%p%%", "%p-%p", "%p.%p"}) {
+        open("file=" + path("rings/" + name) + ",size=64k").reset();
+        EXPECT_THAT(rings(), testing::SizeIs(1)) << name;
+        open("file=" + path("rings/" + name) + ",size=64k,keep=0").reset();
+        EXPECT_THAT(rings(), testing::SizeIs(1)) << name;
+        std::filesystem::remove_all(path("rings"));
+    }
+}
+
 TEST_F(RecorderFiles, AFullFileSystemIsRefusedAndStaysAsItWas) {
     ASSERT_EQ(mount("sorrel-test", path("rings").c_str(), "tmpfs", 0, "size=256k"), 0) << strerror(errno);
     EXPECT_TRUE(isRefused("file=" + path("rings/ring") + ",size=1M",

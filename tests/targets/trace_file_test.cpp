@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstddef>
 #include <fstream>
+#include <future>
 #include <string>
 #include <sys/stat.h>
 #include <thread>
@@ -87,6 +88,87 @@ TEST_F(TraceFile, AFullFileIsKeptAndANewOneBegins) {
     EXPECT_GT(status.st_size, 65000);
 }
 
+TEST_F(TraceFile, NoFileGrowsBeyondItsSize) {
+    open(", max_size=66000");
+    for (int i = 0; i < 1000; ++i) {
+        say(std::string(static_cast<std::size_t>(500 + i * 7 % 300), 'x'));
+        ASSERT_LE(content().size(), 66000U);
+    }
+    EXPECT_GT(files().read(std::to_string(getpid()) + ".json.1").size(), 64000U);
+}
+
+TEST_F(TraceFile, AMessageThatNoFileHasRoomForIsLost) {
+    open(", max_size=66000");
+    say(std::string(66000, 'x'));
+    EXPECT_LE(content().size(), 66000U);
+    say("better");
+    EXPECT_THAT(shown(), EndsWith("1 message lost: Message too long\n  INFO net [] 0: better\n"));
+}
+
+TEST_F(TraceFile, DeepStacksLeaveHalfOfAFileToMessages) {
+    open(", max_size=70000");
+    int depth = 0;
+    for (; depth < 900; ++depth) {
+        enter(depth, "function");
+    }
+    for (int i = 0; i < 500; ++i) {
+        say("message " + std::to_string(i), depth, "function");
+        ASSERT_LE(content().size(), 70000U);
+    }
+    const std::string newest = shown(path() + ".1") + shown();
+    for (int i = 400; i < 500; ++i) {
+        EXPECT_THAT(newest, HasSubstr(": message " + std::to_string(i) + "\n"));
+    }
+    EXPECT_THAT(shown(), StartsWith("track main\n  function {\n    function {\n"));
+    while (depth > 0) {
+        leave(--depth, "function");
+        ASSERT_LE(content().size(), 70000U);
+    }
+    say("outside");
+    EXPECT_THAT(shown(), EndsWith("\n  INFO net [] 0: outside\n"));
+}
+
+TEST_F(TraceFile, TheStacksOfAllThreadsTogetherLeaveHalfOfAFileToMessages) {
+    open(", max_size=70000");
+    const std::string function(200, 'f');
+    const auto descend = [&] {
+        for (int depth = 0; depth < 100; ++depth) {
+            enter(depth, function);
+        }
+    };
+    std::promise<void> isFull;
+    std::promise<void> isDeep;
+    std::thread other([&] {
+        descend();
+        isDeep.set_value();
+        isFull.get_future().wait();
+        say("other", 100);
+    });
+    isDeep.get_future().wait();
+    descend();
+    for (int i = 0; i < 200; ++i) {
+        say("message " + std::to_string(i), 100);
+    }
+    isFull.set_value();
+    other.join();
+    EXPECT_EQ(access((path() + ".1").c_str(), F_OK), 0);
+    EXPECT_THAT(shown(), StartsWith("track main\n  " + function + " {\n"));
+    EXPECT_THAT(shown(), HasSubstr(": message 199\ntrack main\n  " + function + " {\n"));
+    EXPECT_THAT(shown(), EndsWith(": other\n"));
+}
+
+TEST_F(TraceFile, AFunctionThatANewFileDoesNotKnowEndsWithAMark) {
+    open(", max_size=64k");
+    enter(0, "f");
+    std::thread([this] {
+        while (access((path() + ".1").c_str(), F_OK) != 0) {
+            sayAs("helper", "more");
+        }
+    }).join();
+    leave(0, "f");
+    EXPECT_THAT(shown(), EndsWith("track main\n  TRACE net [f] 0: leaving\n"));
+}
+
 TEST_F(TraceFile, ASizeThatIsTooSmallIsRefused) {
     open(", max_size=63k");
     EXPECT_TRUE(diagnostics().has("trace-target: parameter \"max_size\": \"63k\" is not a number of bytes from 65536 "
@@ -117,6 +199,26 @@ TEST_F(TraceFile, WithoutAPlaceForTheProcessIdItIsAppended) {
     load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=" + files().file("trace"));
     say("hello");
     EXPECT_THAT(shown(files().file("trace." + std::to_string(getpid()))), EndsWith(": hello\n"));
+}
+
+TEST_F(TraceFile, TheNameHoldsProcessAndApplication) {
+    load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, application-name=../play, file=" + files().file("%a-%%p-%p.json"));
+    say("hello");
+    container().setAppname("later");
+    say("again");
+    EXPECT_THAT(shown(files().file("_._play-%p-" + std::to_string(getpid()) + ".json")), EndsWith(": again\n"));
+}
+
+TEST_F(TraceFile, APercentSignIsNoPlaceForTheProcessId) {
+    load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=" + files().file("%%p"));
+    say("hello");
+    EXPECT_THAT(shown(files().file("%p." + std::to_string(getpid()))), EndsWith(": hello\n"));
+}
+
+TEST_F(TraceFile, AnUnknownPlaceIsRefused) {
+    load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=" + files().file("%p-%x.json"));
+    EXPECT_TRUE(diagnostics().has("trace-target: parameter \"file\": \"" + files().file("%p-%x.json") +
+                                  "\" holds a % that is none of %p, %a and %%"));
 }
 
 TEST_F(TraceFile, OthersCannotReadTheFile) {

@@ -86,6 +86,26 @@ TEST_F(TraceTarget, AnEndWhoseBeginningWasNotRecordedIsAMark) {
                        "  TRACE net [again] 0: leaving\n");
 }
 
+TEST_F(TraceTarget, RecordsThatAMaskKeptBackChangeNoOtherFunction) {
+    open();
+    enter(0, "outer"); // and inner, unseen
+    leave(1, "inner");
+    say("still in outer", 1, "outer");
+    leave(0, "outer");
+    enter(0, "lost"); // and left, unseen
+    say("outside again");
+    say("outside much later");
+    EXPECT_EQ(shown(), "track main\n"
+                       "  outer {\n"
+                       "    TRACE net [inner] 1: leaving\n"
+                       "    INFO net [outer] 1: still in outer\n"
+                       "  }\n"
+                       "  lost {\n"
+                       "  }\n"
+                       "  INFO net [] 0: outside again\n"
+                       "  INFO net [] 0: outside much later\n");
+}
+
 TEST_F(TraceTarget, TextsOfTheTracesThatAreOtherMessagesAreMarks) {
     open();
     log({"entering", 0, 6});
@@ -120,6 +140,30 @@ TEST_F(TraceTarget, ManyThreadsThatAreGoneTakeNoMemory) {
     }
     leave(0, "f");
     EXPECT_THAT(shown(), StartsWith("track main\n  f {\n  }\ntrack t\n  INFO net [] 0: 0\n"));
+}
+
+TEST_F(TraceTarget, ManyThreadsThatEndInAFunctionTakeNoMemory) {
+    open();
+    enter(0, "f");
+    for (int i = 0; i < 1100; ++i) {
+        std::thread([this] { enter(0, "g"); }).join();
+    }
+    leave(0, "f");
+    EXPECT_THAT(shown(), StartsWith("track main, main\n  f {\n    TRACE net [f] 0: leaving\ntrack main\n  g {\n"));
+}
+
+TEST_F(TraceTarget, OfManyThreadsThoseThatWereSilentForLongestAreGivenUp) {
+    open();
+    enter(0, "f");
+    for (int i = 0; i < 2000; ++i) {
+        std::thread([this] { enter(0, "g"); }).join();
+        if (i % 100 == 0) {
+            enter(1, "h");
+        }
+    }
+    leave(0, "f");
+    EXPECT_THAT(shown(), StartsWith("track main\n  f {\n    h {\n    }\n"));
+    EXPECT_THAT(shown(), HasSubstr("    h {\n    }\n  }\ntrack main\n  g {\n"));
 }
 
 TEST_F(TraceTarget, TheProcessHasTheNameOfTheApplication) {

@@ -63,6 +63,18 @@ protected:
         return texts;
     }
 
+    // Those of a track, in the lines of a trace.
+    static std::vector<std::string> eventsIn(const std::string& trace) {
+        std::vector<std::string> events;
+        std::istringstream lines(trace);
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find("{\"ph\":") == 0 && line.find("process_name") == std::string::npos) {
+                events.push_back(line.substr(0, line.rfind('}')));
+            }
+        }
+        return events;
+    }
+
     static constexpr const char* kText =
         "2024-02-29 13:03:30.000005 TRACE  net      main       [poll] entering\n"
         "2024-02-29 13:03:40.000005 INFO   net      main         [poll] first\\tline\n"
@@ -100,29 +112,34 @@ TEST_F(SorrelctlRecord, FormatsAreChosen) {
 }
 
 TEST_F(SorrelctlRecord, ATraceHasSpansAndInstants) {
-    const std::string number = std::to_string(gettid());
-    const std::string track = "\"pid\":4711,\"tid\":" + number;
+    const std::string name = ",\n{\"ph\":\"M\",\"pid\":4711,\"tid\":" + std::to_string(gettid()) + ",\"name\":";
+    const auto event = [name](char phase) { return std::string(name).replace(name.find('M'), 1, 1, phase); };
     const Result result = record("export --format trace --component net --level 'all' " + path("ring"));
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "{\"traceEvents\":[\n"
-                          "{\"ph\":\"M\",\"pid\":" +
-                              std::to_string(getpid()) +
-                              ",\"tid\":0,\"name\":\"process_name\","
-                              "\"args\":{\"name\":\"player\"}},\n"
-                              "{\"ph\":\"M\"," +
-                              track +
-                              ",\"name\":\"thread_name\",\"args\":{\"name\":\"main\"}},\n"
-                              "{\"ph\":\"B\"," +
-                              track +
-                              ",\"ts\":1709211810000005,\"name\":\"poll\",\"cat\":\"net\"},\n"
-                              "{\"ph\":\"i\"," +
-                              track +
-                              ",\"ts\":1709211820000005,\"name\":\"first\\u0009line\",\"cat\":\"net\","
-                              "\"s\":\"t\",\"args\":{\"level\":\"INFO\",\"function\":\"poll\"}},\n"
-                              "{\"ph\":\"E\"," +
-                              track +
-                              ",\"ts\":1709211840000005,\"name\":\"poll\",\"cat\":\"net\"}\n"
-                              "]}\n");
+    EXPECT_EQ(result.out, "{\"traceEvents\":[\n{\"ph\":\"M\",\"pid\":" + std::to_string(getpid()) +
+                              ",\"tid\":0,\"name\":\"process_name\",\"args\":{\"name\":\"player\"}}" + event('M') +
+                              "\"thread_name\",\"args\":{\"name\":\"main\"}}" + event('B') +
+                              "\"poll\",\"ts\":1709211810000005,\"cat\":\"net\"}" + event('i') +
+                              "\"first\\u0009line\",\"ts\":1709211820000005,\"s\":\"t\",\"cat\":\"net\",\"args\":{"
+                              "\"level\":\"INFO\",\"component\":\"net\",\"function\":\"poll\",\"depth\":1}}" +
+                              event('E') + "\"poll\",\"ts\":1709211840000005}\n]}\n");
+}
+
+TEST_F(SorrelctlRecord, ATraceIsWhatTheTraceTargetWrites) {
+    configure("target=" + library() + ",file=" + path("both") +
+              ",size=64k\ntarget=" SORREL_TEST_TARGET_DIR "/sorrel-trace.so,file=" + path("%p.json") + "\n");
+    sorrel::CLogTargetContainer container(directory(), false, nullptr);
+    container.onCfgUpdate();
+    say(container, 1, 8, 0, "main", "net", "outer", "entering"); // and inner, unseen
+    say(container, 2, 8, 1, "main", "net", "inner", "leaving");
+    say(container, 3, 6, 1, "main", "net", "outer", "still in outer");
+    say(container, 4, 8, 0, "main", "net", "outer", "leaving");
+    say(container, 5, 8, 0, "main", "net", "lost", "entering"); // and left, unseen
+    say(container, 6, 31, 0, "main", "net", "", "outside again");
+    say(container, 7, 6, 0, "main", "net", "", "outside much later");
+    const std::vector<std::string> events = eventsIn(files().read("4711.json"));
+    EXPECT_EQ(eventsIn(record("export --format trace " + path("both")).out), events);
+    EXPECT_THAT(events, testing::SizeIs(9));
 }
 
 TEST_F(SorrelctlRecord, SpansOfATraceAreBalanced) {

@@ -3,100 +3,74 @@
 #include "record_output.hpp"
 
 #include "log_line.hpp"
-#include "text.hpp"
+#include "open_functions.hpp"
+#include "trace_events.hpp"
 
+#include <cstddef>
 #include <cstdint>
-#include <fmt/format.h>
-#include <iterator>
 #include <map>
-#include <string_view>
 #include <utility>
 
 namespace sorrelctl {
 
 namespace {
 
-constexpr std::int32_t kEnterLeave = 8; // the level of traced functions
-
 class TraceOutput final : public RecordOutput {
 public:
     void write(std::string& out, const Ring& ring, const std::vector<Record>& records) override {
+        const std::string::size_type begin = out.size();
         if (!ring.applicationName.empty()) {
-            metadata(out, "process_name", ring.processId, 0, ring.applicationName);
+            trace_events::appendName(out, {ring.processId, 0, 0}, "process_name", ring.applicationName);
         }
         for (const Record& record : records) {
-            Track& track = m_tracks[{record.processId, record.threadId}];
-            if (track.name != record.thread) {
-                track.name = record.thread;
-                metadata(out, "thread_name", record.processId, record.threadId, record.thread);
-            }
-            track.last = momentOf(record);
-            write(out, record, track);
+            write(out, record);
         }
         closeFunctions(out);
+        if (m_isFirst && out.size() > begin) {
+            out.replace(begin, 1, kHead); // in place of a comma
+            m_isFirst = false;
+        }
     }
 
-    void finish(std::string& out) override { out += m_isFirst ? "{\"traceEvents\":[]}\n" : "\n]}\n"; }
+    void finish(std::string& out) override {
+        out += m_isFirst ? kHead : "\n";
+        out += "]}\n";
+    }
 
 private:
+    static constexpr const char* kHead = "{\"traceEvents\":[";
+
     struct Track {
         std::string name;
-        std::size_t open = 0; // functions
+        OpenFunctions functions;
         std::int64_t last = 0;
     };
 
-    // A ring begins anywhere: what leaves a function that was entered before it is shown as a message.
-    void write(std::string& out, const Record& record, Track& track) {
-        const bool isTraced = record.level == kEnterLeave && !record.function.empty();
-        const bool enters = isTraced && record.text == "entering";
-        const bool leaves = isTraced && record.text == "leaving" && track.open != 0;
-        begin(out, enters ? 'B' : leaves ? 'E' : 'i', record.processId, record.threadId, track.last);
-        track.open += enters ? 1U : 0U;
-        track.open -= leaves ? 1U : 0U;
-        out += ",\"name\":";
-        text::appendJson(out, enters || leaves ? record.function : record.text);
-        out += ",\"cat\":";
-        text::appendJson(out, record.component);
-        if (!enters && !leaves) {
-            out += ",\"s\":\"t\",\"args\":{\"level\":\"";
-            log_line::appendLevel(out, record.level);
-            out += "\",\"function\":";
-            text::appendJson(out, record.function);
-            out += '}';
+    void write(std::string& out, const Record& record) {
+        Track& track = m_tracks[{record.processId, record.threadId}];
+        track.last = momentOf(record);
+        const trace_events::Place place = {record.processId, record.threadId, track.last};
+        if (track.name != record.thread) {
+            track.name = record.thread;
+            trace_events::appendName(out, place, "thread_name", track.name);
         }
-        out += '}';
+        const log_line::Line message = {record.seconds,   record.microseconds, record.processId,
+                                        record.depth,     record.level,        record.thread,
+                                        record.component, record.function,     record.text};
+        const OpenFunctions::Step step = track.functions.stepOf(message);
+        trace_events::appendMessage(out, place, message, track.functions, step);
+        track.functions.take(step, message);
     }
 
     // Functions that are still open at the end of a file are closed with the last message of their thread. The next
     // file may be of another process with the same number.
     void closeFunctions(std::string& out) {
         for (const auto& [id, track] : m_tracks) {
-            for (std::size_t i = 0; i < track.open; ++i) {
-                begin(out, 'E', id.first, id.second, track.last);
-                out += '}';
+            for (std::size_t i = track.functions.size(); i > 0; --i) {
+                trace_events::appendFunction(out, {id.first, id.second, track.last}, 'E', track.functions.name(i - 1));
             }
         }
         m_tracks.clear();
-    }
-
-    void begin(std::string& out, char phase, std::int32_t processId, std::uint32_t threadId, std::int64_t moment) {
-        next(out);
-        fmt::format_to(std::back_inserter(out), "{{\"ph\":\"{}\",\"pid\":{},\"tid\":{},\"ts\":{}", phase, processId,
-                       threadId, moment);
-    }
-
-    void metadata(std::string& out, const char* what, std::int32_t processId, std::uint32_t threadId,
-                  std::string_view name) {
-        next(out);
-        fmt::format_to(std::back_inserter(out), R"({{"ph":"M","pid":{},"tid":{},"name":"{}","args":{{"name":)",
-                       processId, threadId, what);
-        text::appendJson(out, name);
-        out += "}}";
-    }
-
-    void next(std::string& out) {
-        out += m_isFirst ? "{\"traceEvents\":[\n" : ",\n";
-        m_isFirst = false;
     }
 
     std::map<std::pair<std::int32_t, std::uint32_t>, Track> m_tracks; // of one file
