@@ -4,6 +4,7 @@
 #include "standard_stream.hpp"
 #include "text.hpp"
 #include "timestamp.hpp"
+#include "wait_parameter.hpp"
 
 #include <sorrel/target_library.hpp>
 
@@ -42,7 +43,7 @@ public:
     explicit ConsoleTarget(sorrel::TargetParameters& parameters)
         : MessageTarget(parameters),
           m_stream(parameters.choice("stream", STDOUT_FILENO, {{"stdout", STDOUT_FILENO}, {"stderr", STDERR_FILENO}}),
-                   parameters.number("wait", kWait, 0, kLongestWait)),
+                   waitFrom(parameters)),
           m_colour(parameters.choice("colour", Colour::Auto,
                                      {{"auto", Colour::Auto}, {"always", Colour::Always}, {"never", Colour::Never}})),
           m_time(parameters.choice(
@@ -93,19 +94,16 @@ private:
 
     // Seconds since the first message. Begins again when the clock was set back.
     void appendRelativeTime(const sorrel::Message& message) {
-        constexpr long long kMicrosecondsInASecond = 1000000;
-        const long long now = message.seconds * kMicrosecondsInASecond + message.microseconds;
+        const long long now = message.microsecondsSinceEpoch();
         if (m_start == kNever || now < m_start) {
             m_start = now;
         }
         const long long passed = now - m_start;
-        fmt::format_to(std::back_inserter(m_line), FMT_COMPILE("{:>6}.{:06} "), passed / kMicrosecondsInASecond,
-                       passed % kMicrosecondsInASecond);
+        fmt::format_to(std::back_inserter(m_line), FMT_COMPILE("{:>6}.{:06} "), passed / sorrel::Message::kSecond,
+                       passed % sorrel::Message::kSecond);
     }
 
     static constexpr long long kNever = -1;
-    static constexpr int kWait = 10; // milliseconds
-    static constexpr int kLongestWait = 10000;
 
     StandardStream m_stream;
     const Colour m_colour;

@@ -3,6 +3,7 @@
 // channel says why.
 #include "log_file.hpp"
 #include "log_line.hpp"
+#include "wait_parameter.hpp"
 
 #include <sorrel/target_library.hpp>
 
@@ -44,9 +45,9 @@ int flushLevelFrom(sorrel::TargetParameters& parameters) {
 class FileTarget final : public sorrel::MessageTarget {
 public:
     explicit FileTarget(sorrel::TargetParameters& parameters)
-        : MessageTarget(parameters), m_path(parameters.text("file")),
+        : MessageTarget(parameters), m_path(parameters.path("file")),
           m_file(m_path, modeFrom(parameters), parameters.bytes("max_size", 0),
-                 parameters.number("max_files", 5, 1, 999), parameters.number("wait", 10, 0, 60000)),
+                 parameters.number("max_files", 5, 1, 999), waitFrom(parameters)),
           m_format(parameters.choice("format", Format::Text, {{"text", Format::Text}, {"json", Format::Json}})),
           m_flushLevel(flushLevelFrom(parameters)) {
         parameters.refuseUnknown(); // before there is a file
@@ -61,18 +62,13 @@ public:
     FileTarget(const FileTarget&) = delete;
     FileTarget& operator=(const FileTarget&) = delete;
     ~FileTarget() override {
-        const int error = isForked() ? 0 : m_file.append(m_lines, m_oldest.seconds);
+        const int error = isForked() ? 0 : m_file.append(m_lines, m_oldest / sorrel::Message::kSecond);
         if (error != 0) {
             countLost(static_cast<std::size_t>(std::count(m_lines.begin(), m_lines.end(), '\n')), error);
         }
     }
 
 private:
-    struct Time {
-        long long seconds;
-        int microseconds;
-    };
-
     int deliver(const sorrel::Message& message) override {
         const int earlierError = m_isFull ? m_file.append(m_lines, message.seconds) : 0;
         m_isFull = earlierError != 0;
@@ -81,7 +77,7 @@ private:
 
     int add(const sorrel::Message& message) {
         if (m_lines.empty()) {
-            m_oldest = {message.seconds, message.microseconds};
+            m_oldest = message.microsecondsSinceEpoch();
         }
         const std::size_t before = m_lines.size();
         appendLine(message);
@@ -105,10 +101,8 @@ private:
     }
 
     bool waitTooLong(const sorrel::Message& message) const {
-        constexpr int kMicrosecondsInASecond = 1000000;
-        const long long waited = (message.seconds - m_oldest.seconds) * kMicrosecondsInASecond + message.microseconds -
-                                 m_oldest.microseconds;
-        return waited < 0 || waited > kMicrosecondsInASecond; // the clock may have been set
+        const long long waited = message.microsecondsSinceEpoch() - m_oldest;
+        return waited < 0 || waited > sorrel::Message::kSecond; // the clock may have been set
     }
 
     void appendLine(const sorrel::Message& message) {
@@ -126,7 +120,7 @@ private:
     log_line::TextLines m_textLines;
     log_line::JsonLines m_jsonLines;
     std::string m_lines;    // not yet written
-    Time m_oldest = {0, 0}; // of them
+    long long m_oldest = 0; // of them, in microseconds since 1970
     bool m_isFull = false;  // and cannot be written either
 };
 

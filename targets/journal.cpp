@@ -33,7 +33,7 @@ private:
         appendNumber("SORREL_DEPTH=", message.depth);
         append("SORREL_THREAD=", message.threadName);
         appendNumber("SORREL_LEVEL_MASK=0x", message.level.mask, 16);
-        appendNumber("SORREL_TIMESTAMP=", message.seconds * kMicroseconds + message.microseconds);
+        appendNumber("SORREL_TIMESTAMP=", message.microsecondsSinceEpoch());
         return send(m_entry);
     }
 
@@ -62,8 +62,6 @@ private:
         }
         m_entry += '\n';
     }
-
-    static constexpr long long kMicroseconds = 1000000; // in a second
 
     std::string m_entry;
 };

@@ -41,21 +41,19 @@ public:
     // Opens the file that has the name now, and only then closes the one that was open.
     int renew() {
         // neither a link that somebody has laid here is followed, nor a reader of a pipe waited for
-        constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+        constexpr int kFlags = O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
         Descriptor file;
-        if (!file.take(withHighNumber(::open(path(), kFlags, m_mode)))) {
-            return errno == ENXIO ? EINVAL : errno; // a pipe without a reader
+        if (!file.take(withHighNumber(::open(path(), kFlags | O_RDWR, m_mode))) &&
+            (errno != EACCES || !file.take(withHighNumber(::open(path(), kFlags | O_WRONLY, m_mode))))) {
+            return errno == ENXIO ? EINVAL : errno; // a pipe without a reader, or a socket
         }
         if (!S_ISREG(file.status().st_mode)) {
             return EINVAL;
         }
         m_file.swap(file);
-        m_size = m_file.status().st_size;
         m_isTorn = false;
-        if (m_size != 0) {
-            lookForTornLine();
-            m_looks = kMostLooks;
-        }
+        m_size = 0;
+        seeSize(m_file.status().st_size);
         return 0;
     }
 
@@ -110,7 +108,7 @@ private:
     bool followName() {
         struct stat now = {};
         if (lstat(path(), &now) == 0 && isSame(now)) {
-            m_size = now.st_size;
+            seeSize(now.st_size);
             return false;
         }
         if (renew() == 0) {
@@ -124,12 +122,19 @@ private:
         return true;
     }
 
+    // Where others have written, one of them may have been killed.
+    void seeSize(off_t size) {
+        if (size != m_size) {
+            m_size = size;
+            m_looks = kMostLooks;
+            lookForTornLine();
+        }
+    }
+
     // A process that was killed may have left half a line. A file that may not be read is taken for what it was.
     void lookForTornLine() {
-        Descriptor file;
-        if (file.take(::open(path(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)) && isSame(file.status())) {
-            char last = '\n';
-            (void)!pread(file.get(), &last, 1, file.status().st_size - 1);
+        char last = '\n';
+        if (lseek(m_file.get(), -1, SEEK_END) == -1 || read(m_file.get(), &last, 1) == 1) { // an empty one has no end
             m_isTorn = last != '\n';
         }
     }
@@ -253,6 +258,7 @@ private:
             takeBack(done - whole);
             done = whole;
         }
+        m_size += static_cast<off_t>(done);
         written += done;
         return error;
     }
@@ -278,7 +284,7 @@ private:
     const off_t m_maxSize;
     const int m_wait; // for the lock, in milliseconds
     Descriptor m_file;
-    off_t m_size = 0;      // of the file, when it was last looked at
+    off_t m_size = 0;      // of the file, after this process's last look or write
     bool m_isTorn = false; // the file ends in the middle of a line
     int m_looks = 0;       // until that is taken for certain
     bool m_isLocked = false;

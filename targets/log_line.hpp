@@ -73,15 +73,16 @@ inline void appendLevelColumn(std::string& out, int numeric) {
 }
 
 // What stands behind the level: "COMPONENT THREAD [FUNCTION] TEXT" and a line feed. Traced functions indent what they
-// log.
+// log, but a program that forgets to leave them must not fill a disk with blanks.
 inline void appendRest(std::string& out, const Line& line) {
     constexpr std::size_t kComponentWidth = 8;
     constexpr std::size_t kThreadWidth = 10;
+    constexpr int kDeepest = 100;
     constexpr std::size_t kIndent = 2;
     appendColumn<kComponentWidth>(out, line.component);
     appendColumn<kThreadWidth>(out, line.thread);
     if (line.depth > 0) {
-        out.append(static_cast<std::size_t>(line.depth) * kIndent, ' ');
+        out.append(static_cast<std::size_t>(std::min(line.depth, kDeepest)) * kIndent, ' ');
     }
     if (!line.function.empty()) {
         out += '[';

@@ -3,6 +3,7 @@
 #define SORREL_TARGETS_SERVICE_TARGET_HPP
 
 #include "service_socket.hpp"
+#include "wait_parameter.hpp"
 
 #include <sorrel/target_library.hpp>
 
@@ -20,9 +21,11 @@ namespace {
 class ServiceTarget : public sorrel::MessageTarget {
 public:
     ServiceTarget(sorrel::TargetParameters& parameters, const char* defaultSocket)
-        : MessageTarget(parameters),
-          m_socket(socketPath(parameters, defaultSocket), parameters.number("wait", kWait, 0, kLongestWait)),
+        : MessageTarget(parameters), m_socket(socketPath(parameters, defaultSocket), waitFrom(parameters)),
           m_isNamed(!parameters.text("ident", "").empty()), m_ident(parameters.text("ident", "")) {
+        if (parameters.text("ident", "-").empty()) {
+            sorrel::TargetParameters::refuse("ident", "", "is no name");
+        }
         follow(parameters.applicationName());
     }
 
@@ -33,9 +36,6 @@ protected:
     int send(std::string_view datagram) { return m_socket.send(datagram); }
 
 private:
-    static constexpr int kWait = 10; // milliseconds
-    static constexpr int kLongestWait = 10000;
-
     static std::string socketPath(sorrel::TargetParameters& parameters, const char* defaultSocket) {
         std::string path = parameters.text("socket", defaultSocket);
         if (path.rfind('/', 0) != 0 || path.size() > ServiceSocket::kMostPathBytes) {

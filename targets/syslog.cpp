@@ -90,7 +90,7 @@ public:
           m_is5424(parameters.choice("format", false, {{"3164", false}, {"5424", true}})),
           m_dataId("[sorrel@" + std::to_string(parameters.number("enterprise", kExampleEnterprise, 1U, UINT32_MAX))) {
         const std::string given = parameters.text("ident", "-");
-        if (headerField(given, kMostNameBytes) != given) {
+        if (headerField(given, mostNameBytes()) != given) {
             sorrel::TargetParameters::refuse("ident", given, "is no name for the system log");
         }
         nameHeader();
@@ -106,9 +106,11 @@ public:
 private:
     static constexpr std::uint32_t kExampleEnterprise = 32473; // reserved for those who have none
 
+    std::size_t mostNameBytes() const { return m_is5424 ? kMostNameBytes : kMostTagBytes; }
+
     void nameHeader() {
-        m_name = m_is5424 ? " " + m_host + " " + headerField(ident(), kMostNameBytes) + " "
-                          : headerField(ident(), kMostTagBytes) + "[";
+        const std::string field = headerField(ident(), mostNameBytes());
+        m_name = m_is5424 ? " " + m_host + " " + field + " " : field + "[";
     }
 
     int deliver(const sorrel::Message& message) override {

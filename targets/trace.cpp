@@ -35,7 +35,7 @@ struct Track {
 class TraceTarget final : public sorrel::MessageTarget {
 public:
     explicit TraceTarget(sorrel::TargetParameters& parameters)
-        : MessageTarget(parameters), m_pattern(parameters.text("file")),
+        : MessageTarget(parameters), m_pattern(parameters.path("file")),
           m_path(pathOf(m_pattern, parameters.applicationName())),
           m_maxSize(parameters.bytes("max_size", 64 << 20U, 64 << 10U)), m_processName(parameters.applicationName()) {
         parameters.refuseUnknown(); // before there is a file
@@ -168,8 +168,7 @@ private:
 
     // In microseconds since 1970. When the clock is set back, the trace goes on as if it had not been.
     long long timeOf(const sorrel::Message& message, const Track& track) {
-        constexpr long long kMicroseconds = 1000000;
-        const long long time = message.seconds * kMicroseconds + message.microseconds;
+        const long long time = message.microsecondsSinceEpoch();
         if (time + m_shift < track.lastTime) {
             m_shift = track.lastTime - time;
         }

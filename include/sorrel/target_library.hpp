@@ -26,6 +26,7 @@
 #ifndef SORREL_TARGET_LIBRARY_HPP
 #define SORREL_TARGET_LIBRARY_HPP
 
+#include <sorrel/component_set.hpp>
 #include <sorrel/log_target.hpp>
 #include <sorrel/tangle_log.h>
 #include <sorrel/target_parameters.hpp>
@@ -37,13 +38,10 @@
 #include <cstring>
 #include <cxxabi.h>
 #include <exception>
-#include <fnmatch.h>
-#include <map>
 #include <memory>
 #include <new>
 #include <string>
 #include <unistd.h>
-#include <vector>
 
 namespace sorrel {
 
@@ -70,6 +68,8 @@ private:
 // One message, as the library hands it over. Valid during the call, but for the level, which lives as long as the
 // process.
 struct Message {
+    static constexpr long long kSecond = 1000000; // in microseconds
+
     int processId;
     int depth;         // of traced functions; may be negative
     long long seconds; // since 1970, UTC
@@ -82,36 +82,8 @@ struct Message {
 
     // The syslog priority, 0 to 7.
     int priority() const { return level.numeric >= 0 && level.numeric <= 6 ? level.numeric : 7; }
-};
 
-// Components as people choose them: names joined by ';', in which '*' stands for any characters, as in file names.
-class SORREL_LOCAL ComponentSet {
-public:
-    explicit ComponentSet(const std::string& words) {
-        forEachWord(words, [this](const std::string& word) { m_patterns.push_back(word); });
-    }
-
-    // Allocates memory only for a name that it has not seen before.
-    bool contains(const std::string& name) {
-        if (m_patterns.size() == 1 && m_patterns.front() == "*") {
-            return true;
-        }
-        const auto known = m_known.find(name);
-        return known != m_known.end() ? known->second : m_known.emplace(name, matches(name)).first->second;
-    }
-
-private:
-    bool matches(const std::string& name) const {
-        for (const std::string& pattern : m_patterns) {
-            if (fnmatch(pattern.c_str(), name.c_str(), FNM_NOESCAPE) == 0) {
-                return true;
-            }
-        }
-        return false;
-    }
-
-    std::vector<std::string> m_patterns;
-    std::map<std::string, bool> m_known;
+    long long microsecondsSinceEpoch() const { return seconds * kSecond + microseconds; }
 };
 
 // A target that writes messages somewhere, and counts what becomes of them. Every such target takes the parameters
@@ -130,7 +102,7 @@ class SORREL_LOCAL MessageTarget : public NamedLogTarget {
 public:
     explicit MessageTarget(TargetParameters& parameters)
         : NamedLogTarget(parameters), m_levels(parameters.levels("levels")),
-          m_components(parameters.text("components", "*")) {
+          m_components(parameters.components("components")) {
         constexpr std::size_t kLongAnnouncement = 128;
         m_announcement.reserve(kLongAnnouncement);
     }

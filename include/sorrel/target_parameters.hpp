@@ -4,6 +4,7 @@
 #ifndef SORREL_TARGET_PARAMETERS_HPP
 #define SORREL_TARGET_PARAMETERS_HPP
 
+#include <sorrel/component_set.hpp>
 #include <sorrel/level_set.hpp>
 #include <sorrel/log_target.hpp>
 
@@ -29,7 +30,7 @@ namespace sorrel {
 //
 // The parameter "conf" names a file with more of them, for values that are long, or hold ',' or '=': a line NAME=VALUE
 // each, with spaces and tabs around both dropped. Empty lines and those that begin with '#' say nothing. What the
-// `target` line gives itself counts, and so does the first of two lines.
+// `target` line gives itself counts, and so does the first of two lines. Such a file names no other one.
 class SORREL_LOCAL TargetParameters {
 public:
     class SORREL_LOCAL Error : public std::runtime_error {
@@ -66,6 +67,14 @@ public:
     std::string text(const std::string& name, const std::string& otherwise) {
         const std::string* const value = find(name);
         return value != nullptr ? *value : otherwise;
+    }
+
+    // A path that has to be there, or a pattern of paths. A relative one is made absolute, so that it leads to the same
+    // place wherever the process goes.
+    std::string path(const std::string& name) { return absolutePath(name, text(name)); }
+
+    std::string path(const std::string& name, const std::string& otherwise) {
+        return absolutePath(name, text(name, otherwise));
     }
 
     // A whole number, in decimal digits, perhaps behind a minus sign, from `least` to `most`.
@@ -136,6 +145,16 @@ public:
         }
     }
 
+    // A set of components, all of them when nothing is given.
+    ComponentSet components(const std::string& name) {
+        const std::string words = text(name, "*");
+        try {
+            return ComponentSet(words);
+        } catch (const std::invalid_argument& error) {
+            refuse(name, words, std::string("is refused: ") + error.what());
+        }
+    }
+
     // Throws an Error about a parameter and its value: `why` goes on after them, "is no directory".
     [[noreturn]] static void refuse(const std::string& name, const std::string& value, const std::string& why) {
         throw Error("parameter \"" + name + "\": \"" + value + "\" " + why);
@@ -157,6 +176,13 @@ private:
         return found != m_given.end() ? &found->second : nullptr;
     }
 
+    static std::string absolutePath(const std::string& name, const std::string& path) {
+        if (path.empty()) {
+            refuse(name, path, "is no path");
+        }
+        return std::filesystem::absolute(path).string();
+    }
+
     void readFile(const std::string& path) {
         std::error_code unknown;
         if (!std::filesystem::is_regular_file(path, unknown)) { // others might block
@@ -176,14 +202,19 @@ private:
                 continue;
             }
             if (equals == 0 || equals == std::string::npos) {
-                refuseLine(path, lineNumber, line);
+                refuseLine(path, lineNumber, line, "is not NAME=VALUE");
             }
-            m_given.emplace(trimmed(line.substr(0, equals)), trimmed(line.substr(equals + 1)));
+            const std::string name = trimmed(line.substr(0, equals));
+            if (name == "conf") {
+                refuseLine(path, lineNumber, line, "is for the target line only");
+            }
+            m_given.emplace(name, trimmed(line.substr(equals + 1)));
         }
     }
 
-    [[noreturn]] static void refuseLine(const std::string& path, int number, const std::string& line) {
-        throw Error(path + ":" + std::to_string(number) + ": \"" + line + "\" is not NAME=VALUE");
+    [[noreturn]] static void refuseLine(const std::string& path, int number, const std::string& line,
+                                        const std::string& why) {
+        throw Error(path + ":" + std::to_string(number) + ": \"" + line + "\" " + why);
     }
 
     static std::string trimmed(const std::string& text) {

@@ -74,6 +74,11 @@ TEST_F(Console, IndentsByDepthAndNamesTheFunction) {
     EXPECT_EQ(shown({"hello", 2, 7, "poll"}), "13:04:05.000042 DEBUG  net      main           [poll] hello\n");
 }
 
+TEST_F(Console, NoLineIsIndentedByMoreThanAHundredFunctions) {
+    const std::string line = "13:04:05.000042 INFO   net      main       " + std::string(200, ' ') + "hello\n";
+    EXPECT_EQ(shown("", {{"hello", 100}, {"hello", 101}, {"hello", 1000}}), line + line + line);
+}
+
 TEST_F(Console, ANegativeDepthIsNotIndented) {
     EXPECT_EQ(shown({"hello", -3}), kPlain);
 }
@@ -197,6 +202,6 @@ TEST_F(Console, WrongParametersAreRefused) {
     expectRefusal("stream=stdin", "\"stream\": \"stdin\" is none of stdout, stderr");
     expectRefusal("colour=red", "\"colour\": \"red\" is none of auto, always, never");
     expectRefusal("time=later", "\"time\": \"later\" is none of clock, iso, relative, none");
-    expectRefusal("wait=10001", "\"wait\": \"10001\" is not a number from 0 to 10000");
+    expectRefusal("wait=60001", "\"wait\": \"60001\" is not a number from 0 to 60000");
     expectRefusal("color=auto", "\"color\": \"auto\" is given to a parameter that does not exist");
 }

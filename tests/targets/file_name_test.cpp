@@ -97,6 +97,32 @@ TEST_F(FileName, AProcessThatMayNotOpenTheFileAnyMoreKeepsIt) {
     }
 }
 
+TEST_F(FileName, ANewFileThatMayOnlyBeWrittenIsTaken) {
+    load(fileTarget());
+    log("0");
+    move("app.log", "elsewhere");
+    files().write("app.log", "");
+    EXPECT_EQ(chmod(files().path().c_str(), 0755), 0);
+    EXPECT_EQ(chmod(files().file("app.log").c_str(), 0222), 0);
+    EXPECT_TRUE(passesInChild([&] { return setgid(65534) == 0 && setuid(65534) == 0 && sayInTwoSeconds(); }));
+    EXPECT_THAT(textsIn("app.log"), ElementsAre("1", "2", "3", "4"));
+}
+
+TEST_F(FileName, AProcessThatGoesToAnotherDirectoryKeepsTheFile) {
+    std::filesystem::create_directory(files().file("elsewhere"));
+    for (const char* parameters : {"", ",max_size=1k"}) {
+        EXPECT_TRUE(passesInChild([&] {
+            std::filesystem::current_path(files().path());
+            load(targetPath("file") + ",file=app.log" + parameters);
+            std::filesystem::current_path("elsewhere");
+            return sayInTwoSeconds();
+        }));
+        EXPECT_THAT(textsIn("app.log"), ElementsAre("1", "2", "3", "4"));
+        EXPECT_TRUE(std::filesystem::is_empty(files().file("elsewhere")));
+        std::filesystem::remove(files().file("app.log"));
+    }
+}
+
 TEST_F(FileName, AProcessThatHasChangedItsRootKeepsTheFile) {
     std::filesystem::create_directory(files().file("root"));
     for (const char* parameters : {"", "max_size=250"}) {

@@ -110,6 +110,15 @@ TEST_F(File, ALevelWithoutANameIsShownAsItsNumber) {
     EXPECT_THAT(lineOf({"hello", 0, -1}), HasSubstr(" -1     net "));
 }
 
+TEST_F(File, NoLineIsIndentedByMoreThanAHundredFunctions) {
+    const std::string text = std::string(200, ' ') + "hello\n";
+    EXPECT_EQ(lineOf({"hello", 1000}), "2024-02-29 13:04:05.000042 INFO   net      main       " + text);
+    unload();
+    load(fileTarget("format=json", "app.json"));
+    log({"hello", 1000});
+    EXPECT_THAT(textOf("app.json"), HasSubstr(",\"depth\":1000,"));
+}
+
 TEST_F(File, WritesAnObjectALineAsJson) {
     setenv("TZ", "CET-1", 1);
     load(fileTarget("format=json"));
@@ -178,6 +187,7 @@ TEST_F(File, WrongParametersAreRefused) {
     expectRefusalOf("format", "xml", "is none of text, json");
     expectRefusalOf("flush", "never", "is neither \"always\" nor a level");
     expectRefusalOf("max_files", "0", "is not a number from 1 to 999");
+    expectRefusalOf("wait", "60001", "is not a number from 0 to 60000");
     for (const char* mode : {"0648", "1000", "-1", "x", "0640x"}) {
         expectRefusalOf("mode", mode, "is not an octal number up to 777");
     }

@@ -7,6 +7,7 @@
 #include <functional>
 #include <time.h>
 
+using testing::ElementsAre;
 using testing::EndsWith;
 using testing::SizeIs;
 using testing::StartsWith;
@@ -19,6 +20,8 @@ std::function<void()> duringPauses = [] {};
 class TornFile : public LineTargetFixture {
 protected:
     void SetUp() override { files().write("app.log", "half"); }
+
+    void logInSecond(int second, const std::string& text) { log({text, 0, 6, "", "net", "main", kLeapDay + second}); }
 
     void append(const std::string& text) { std::ofstream(files().file("app.log"), std::ios::app) << text; }
 };
@@ -46,6 +49,54 @@ TEST_F(TornFile, ALineThatAnotherProcessIsWritingIsNotEnded) {
     log("a");
     EXPECT_THAT(textOf("app.log"), StartsWith("half and and whole\n2024-02-29 "));
     EXPECT_EQ(pauses, 3);
+}
+
+TEST_F(TornFile, WithALimitHalfALineBehindOnesOwnIsEndedAtOnce) {
+    files().write("app.log", "");
+    load(fileTarget("max_size=1k"));
+    log("a");
+    append("half");
+    log("b");
+    EXPECT_THAT(linesOf(textOf("app.log")), ElementsAre(EndsWith(" a"), "half", EndsWith(" b")));
+    EXPECT_EQ(pauses, 5);
+}
+
+TEST_F(TornFile, WithoutALimitItIsEndedInTheNextSecond) {
+    files().write("app.log", "");
+    load(fileTarget());
+    log("a");
+    append("half");
+    logInSecond(1, "b");
+    EXPECT_THAT(linesOf(textOf("app.log")), ElementsAre(EndsWith(" a"), "half", EndsWith(" b")));
+    EXPECT_EQ(pauses, 5);
+}
+
+TEST_F(TornFile, WhereOthersWriteWholeLinesNobodyWaits) {
+    for (const char* parameters : {"", "max_size=1k"}) {
+        files().write("app.log", "");
+        load(fileTarget(parameters));
+        for (int second = 0; second < 3; ++second) {
+            logInSecond(second, "a");
+            append("whole\n");
+        }
+        EXPECT_THAT(linesOf(textOf("app.log")), SizeIs(6));
+        unload();
+    }
+    EXPECT_EQ(pauses, 0);
+}
+
+TEST_F(TornFile, ALineThatAnotherProcessIsWritingInTheMeantimeIsNotEnded) {
+    duringPauses = [this] { append(pauses % 2 == 1 ? " and" : " whole\n"); };
+    for (const char* parameters : {"", "max_size=1k"}) {
+        files().write("app.log", "");
+        load(fileTarget(parameters));
+        log("a");
+        append("half");
+        logInSecond(1, "b");
+        EXPECT_THAT(linesOf(textOf("app.log")), ElementsAre(EndsWith(" a"), "half and whole", EndsWith(" b")));
+        unload();
+    }
+    EXPECT_EQ(pauses, 4);
 }
 
 TEST_F(TornFile, OnAFullDiskNobodyWaitsAgain) {

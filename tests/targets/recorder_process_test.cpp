@@ -59,6 +59,22 @@ TEST_F(RecorderProcess, AChildWritesIntoARingOfItsOwn) {
     EXPECT_THAT(componentsOf(parents), ElementsAre(entry(net, 2)));
 }
 
+TEST_F(RecorderProcess, AChildsRingLiesBesideItsParentsWhereverTheProcessHasGone) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::create_directory(path("elsewhere"));
+    std::filesystem::current_path(files().path());
+    const Container container = open("file=%p.ring,size=64k");
+    std::filesystem::current_path("elsewhere");
+    const pid_t child = startChild([&] {
+        log(*container, "child");
+        return true;
+    });
+    EXPECT_EQ(endOfChild(child), kChildPassed);
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(std::filesystem::is_empty(path("elsewhere")));
+    EXPECT_THAT(textsOf(read(std::to_string(child) + ".ring")), ElementsAre("child"));
+}
+
 TEST_F(RecorderProcess, AChildThatCreatesAComponentLeavesTheParentsRingAlone) {
     const Container container = openSmall("%p.ring");
     sorrel_component net = {"net", 0x1f, {}};

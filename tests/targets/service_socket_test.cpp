@@ -288,6 +288,9 @@ TEST_P(ServiceSocket, BadParametersRefuseTheTarget) {
     m_target = std::make_unique<LoadedTarget>(m_directory, library(), "socket=" + longest);
     EXPECT_TRUE(isMapped());
     m_target.reset();
-    load("wait=10001");
-    EXPECT_TRUE(diagnostics().has(refused + "\"wait\": \"10001\" is not a number from 0 to 10000"));
+    load("wait=60001");
+    EXPECT_TRUE(diagnostics().has(refused + "\"wait\": \"60001\" is not a number from 0 to 60000"));
+    m_directory.write("empty", "ident=\n");
+    load("conf=" + m_directory.file("empty"));
+    EXPECT_TRUE(diagnostics().has(refused + "\"ident\": \"\" is no name"));
 }

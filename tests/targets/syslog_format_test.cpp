@@ -251,6 +251,12 @@ TEST_F(SyslogFormat, BadParametersRefuseTheTarget) {
                                    "local6, local7");
     expectRefused("format=5425", "\"format\": \"5425\" is none of 3164, 5424");
     expectRefused("ident=a b", "\"ident\": \"a b\" is no name for the system log");
+    const std::string longest(32, 'x');
+    expectRefused("ident=x" + longest, "\"ident\": \"x" + longest + "\" is no name for the system log");
+    load("ident=" + longest);
+    EXPECT_THAT(sentText("hello"), HasSubstr(" " + longest + "[4711]: "));
+    load("format=5424, ident=x" + longest);
+    EXPECT_THAT(sentText("hello"), HasSubstr(" x" + longest + " 4711 "));
     expectRefused("enterprise=0", "\"enterprise\": \"0\" is not a number from 1 to 4294967295");
     expectRefused("host=a", "\"host\": \"a\" is given to a parameter that does not exist");
 }

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <filesystem>
 #include <fstream>
 #include <future>
 #include <string>
@@ -199,6 +200,22 @@ TEST_F(TraceFile, WithoutAPlaceForTheProcessIdItIsAppended) {
     load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=" + files().file("trace"));
     say("hello");
     EXPECT_THAT(shown(files().file("trace." + std::to_string(getpid()))), EndsWith(": hello\n"));
+}
+
+TEST_F(TraceFile, NewFilesLieBesideTheFirstWhereverTheProcessHasGone) {
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::create_directory(files().file("elsewhere"));
+    std::filesystem::current_path(files().path());
+    load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=%p.json");
+    std::filesystem::current_path("elsewhere");
+    const pid_t child = startChild([this] {
+        say("in the child");
+        return true;
+    });
+    EXPECT_EQ(endOfChild(child), kChildPassed);
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(std::filesystem::is_empty(files().file("elsewhere")));
+    EXPECT_THAT(shown(files().file(std::to_string(child) + ".json")), EndsWith(": in the child\n"));
 }
 
 TEST_F(TraceFile, TheNameHoldsProcessAndApplication) {

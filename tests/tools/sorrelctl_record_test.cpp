@@ -258,6 +258,11 @@ TEST_F(SorrelctlRecord, AWrongCommandLineIsExplained) {
     const Result level = record("show --level eror" + file);
     EXPECT_EQ(level.status, 2);
     EXPECT_THAT(level.err, HasSubstr("--level: \"eror\" is no level"));
+    for (const std::string option : {"--component", "--thread", "--function"}) {
+        const Result name = record("show " + option + " ''" + file);
+        EXPECT_EQ(name.status, 2) << option;
+        EXPECT_THAT(name.err, HasSubstr(option + ": \"\" is no name")) << option;
+    }
     const Result grep = record("show --grep '('" + file);
     EXPECT_EQ(grep.status, 2);
     EXPECT_THAT(grep.err, HasSubstr("--grep: \"(\" is no regular expression: "));

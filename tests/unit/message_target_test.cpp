@@ -87,6 +87,17 @@ TEST_F(MessageTarget, WhatIsNoLevelRefusesTheTarget) {
     }
 }
 
+TEST_F(MessageTarget, WhatIsNoComponentRefusesTheTarget) {
+    for (const std::string words : {"", ";", "net;"}) {
+        try {
+            open({{"components", words}});
+            ADD_FAILURE() << "accepted";
+        } catch (const sorrel::TargetParameters::Error& error) {
+            EXPECT_EQ(error.what(), "parameter \"components\": \"" + words + "\" is refused: \"\" is no name");
+        }
+    }
+}
+
 TEST_F(MessageTarget, ALossIsAnnouncedOnceItIsOver) {
     BookTarget& book = open({{"levels", "info"}});
     book.failure = [] { return ENOSPC; };
@@ -214,6 +225,12 @@ TEST_F(MessageTarget, ThePriorityIsThatOfSyslog) {
         const sorrel::Message message = {1, 0, 0, 0, level, none, none, none, none};
         EXPECT_EQ(message.priority(), sorrel_level_to_prio(&level)) << numeric;
     }
+}
+
+TEST_F(MessageTarget, TheTimeOfAMessageIsThatSince1970) {
+    const std::string none;
+    const sorrel::Message message = {1, 0, 1709211845, 42, *SR_INFO, none, none, none, none};
+    EXPECT_EQ(message.microsecondsSinceEpoch(), 1709211845000042);
 }
 
 TEST_F(MessageTarget, AForkedChildCountsFromTheBeginning) {

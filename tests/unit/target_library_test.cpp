@@ -6,6 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 using testing::IsEmpty;
 using testing::Not;
 
@@ -20,6 +22,7 @@ struct Read {
     Colour colour;
     long long weight;
     long long load;
+    std::string way;
     std::string applicationName;
 };
 
@@ -35,6 +38,7 @@ public:
         lastRead.colour = parameters.choice("colour", Colour::GREEN, {{"red", Colour::RED}, {"green", Colour::GREEN}});
         lastRead.weight = parameters.bytes("weight", 7);
         lastRead.load = parameters.bytes("load", 2048, 1024, 5 << 10U);
+        lastRead.way = parameters.path("way", "home");
         lastRead.applicationName = parameters.applicationName();
         if (lastRead.bell == "broken") {
             throw std::runtime_error("no bell there");
@@ -176,6 +180,22 @@ TEST_F(TargetLibrary, BytesHaveBounds) {
     }
 }
 
+TEST_F(TargetLibrary, ARelativePathBeginsWhereTheProcessIs) {
+    const std::string here = std::filesystem::current_path();
+    const std::pair<const char*, std::string> ways[] = {
+        {"/a/../b.%p", "/a/../b.%p"}, {"b.%p", here + "/b.%p"}, {"../a/b", here + "/../a/b"}};
+    for (const auto& way : ways) {
+        m_factory.destroyObject(create({{"bell", "loud"}, {"way", way.first}}));
+        EXPECT_EQ(lastRead.way, way.second);
+    }
+    m_factory.destroyObject(create({{"bell", "loud"}}));
+    EXPECT_EQ(lastRead.way, here + "/home");
+}
+
+TEST_F(TargetLibrary, AnEmptyPathRefusesTheTarget) {
+    expectRefused({{"bell", "loud"}, {"way", ""}}, "parameter \"way\": \"\" is no path");
+}
+
 TEST_F(TargetLibrary, AConstructorThatThrowsRefusesTheTarget) {
     expectRefused({{"bell", "broken"}}, "no bell there");
 }
@@ -214,6 +234,10 @@ TEST_F(TargetLibrary, AFileThatIsNoneRefusesTheTarget) {
 TEST_F(TargetLibrary, ALineOfAFileThatIsNoParameterRefusesTheTarget) {
     expectFileRefused("bell=loud\n\nring ring\n", conf() + ":3: \"ring ring\" is not NAME=VALUE");
     expectFileRefused("=loud\n", conf() + ":1: \"=loud\" is not NAME=VALUE");
+}
+
+TEST_F(TargetLibrary, AFileThatNamesAFileRefusesTheTarget) {
+    expectFileRefused("bell=loud\nconf = more\n", conf() + ":2: \"conf = more\" is for the target line only");
 }
 
 TEST_F(TargetLibrary, AParameterOfAFileThatDoesNotExistRefusesTheTarget) {

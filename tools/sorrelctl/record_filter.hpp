@@ -4,8 +4,8 @@
 
 #include "ring_reader.hpp"
 
+#include <sorrel/component_set.hpp>
 #include <sorrel/level_set.hpp>
-#include <sorrel/target_library.hpp>
 
 #include <cstddef>
 #include <cstdint>

@@ -5,7 +5,6 @@
 #include "text.hpp"
 #include "timestamp.hpp"
 
-#include <algorithm>
 #include <fmt/format.h>
 #include <iterator>
 
@@ -19,17 +18,16 @@ std::string visible(std::string_view text) {
     return shown;
 }
 
-log_line::Line lineOf(const Record& record, int depth) {
-    return {record.seconds, record.microseconds, record.processId, depth,      record.level,
+log_line::Line lineOf(const Record& record) {
+    return {record.seconds, record.microseconds, record.processId, record.depth, record.level,
             record.thread,  record.component,    record.function,  record.text};
 }
 
 class TextOutput final : public RecordOutput {
 public:
     void write(std::string& out, const Ring& /*ring*/, const std::vector<Record>& records) override {
-        constexpr std::int32_t kDeepest = 100; // a damaged depth must not fill the screen
         for (const Record& record : records) {
-            m_lines.append(out, lineOf(record, std::min(record.depth, kDeepest)));
+            m_lines.append(out, lineOf(record));
         }
     }
 
@@ -41,7 +39,7 @@ class JsonOutput final : public RecordOutput {
 public:
     void write(std::string& out, const Ring& /*ring*/, const std::vector<Record>& records) override {
         for (const Record& record : records) {
-            m_lines.append(out, lineOf(record, record.depth));
+            m_lines.append(out, lineOf(record));
         }
     }
 
