@@ -72,8 +72,8 @@ SORREL_API void sorrel_dump(sorrel_component* component, sorrel_level* level, co
  */
 SORREL_API void sorrel_init(sorrel_component* component, const char* threadName);
 
-/* Names the calling thread like sorrel_init and logs nothing. Uses the logger without configuration. The first call in a
- * process does with syslog, /etc/tanglelog.cfg and SIGUSR1 what the first sorrel_init does.
+/* Names the calling thread like sorrel_init and logs nothing. Uses the logger without configuration. The first call in
+ * a process does with syslog, /etc/tanglelog.cfg and SIGUSR1 what the first sorrel_init does.
  */
 SORREL_API void sorrel_init_nosorrel(const char* threadName);
 
