@@ -26,10 +26,11 @@ log_line::Line lineOf(const Record& record, int depth) {
 
 class TextOutput final : public RecordOutput {
 public:
-    void write(std::string& out, const Ring& /*ring*/, const std::vector<Record>& records) override {
+    void write(std::string& out, const Ring& /*ring*/, const Records& records) override {
         constexpr std::int32_t kDeepest = 100; // a damaged depth must not fill the screen
         for (const Record& record : records) {
             m_lines.append(out, lineOf(record, std::min(record.depth, kDeepest)));
+            passOn(out);
         }
     }
 
@@ -39,9 +40,10 @@ private:
 
 class JsonOutput final : public RecordOutput {
 public:
-    void write(std::string& out, const Ring& /*ring*/, const std::vector<Record>& records) override {
+    void write(std::string& out, const Ring& /*ring*/, const Records& records) override {
         for (const Record& record : records) {
             m_lines.append(out, lineOf(record, record.depth));
+            passOn(out);
         }
     }
 

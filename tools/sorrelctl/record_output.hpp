@@ -4,10 +4,9 @@
 
 #include "ring_reader.hpp"
 
-#include <cstdio>
+#include <cstddef>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace sorrelctl {
 
@@ -20,11 +19,27 @@ public:
     RecordOutput& operator=(const RecordOutput&) = delete;
     virtual ~RecordOutput() = default;
 
+    // Writes and empties a text.
+    using Writer = void (*)(std::string& out);
+    void setWriter(Writer writer) { m_writer = writer; }
+
     // Appends the messages of one file to `out`.
-    virtual void write(std::string& out, const Ring& ring, const std::vector<Record>& records) = 0;
+    virtual void write(std::string& out, const Ring& ring, const Records& records) = 0;
 
     // Appends what belongs behind all files.
     virtual void finish(std::string& out) { static_cast<void>(out); }
+
+protected:
+    // Called behind each message: with a writer, `out` stays short.
+    void passOn(std::string& out) const {
+        constexpr std::size_t kBlock = 64 << 10U;
+        if (m_writer != nullptr && out.size() >= kBlock) {
+            m_writer(out);
+        }
+    }
+
+private:
+    Writer m_writer = nullptr;
 };
 
 std::unique_ptr<RecordOutput> makeOutput(Format format);

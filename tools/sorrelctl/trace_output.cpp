@@ -20,7 +20,7 @@ constexpr std::int32_t kEnterLeave = 8; // the level of traced functions
 
 class TraceOutput final : public RecordOutput {
 public:
-    void write(std::string& out, const Ring& ring, const std::vector<Record>& records) override {
+    void write(std::string& out, const Ring& ring, const Records& records) override {
         if (!ring.applicationName.empty()) {
             metadata(out, "process_name", ring.processId, 0, ring.applicationName);
         }
@@ -32,6 +32,7 @@ public:
             }
             track.last = momentOf(record);
             write(out, record, track);
+            passOn(out);
         }
         closeFunctions(out);
     }
