@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <random>
 
 using sorrelctl::lossesOf;
 using sorrelctl::Record;
@@ -18,6 +19,7 @@ namespace {
 class SorrelctlDamage : public SorrelctlFixture {
 protected:
     static constexpr std::size_t kLargestRecord = 7224;
+    static constexpr std::size_t kFixedAndNames = 56 + 7; // what lies before the text
 
     // A ring that is no longer written.
     std::vector<char> ringOf(std::uint64_t messages) {
@@ -85,6 +87,35 @@ TEST_F(SorrelctlDamage, AWholeRingHasNoDamageWhereverItsNewestMessageLies) {
         const Ring ring = read("numbered");
         ASSERT_THAT(lossesOf(ring), IsEmpty()) << i;
     }
+}
+
+TEST_F(SorrelctlDamage, AMessageThatIsBeingWrittenIsNoDamage) {
+    constexpr std::size_t kSequenceAt = 8;
+    std::mt19937 random; // not seeded: always the same stores
+    const Container container = openSmall("numbered");
+    int torn = 0;
+    for (std::uint64_t i = 1; i <= 1000; ++i) {
+        const bool isLong = i % 10 == 0;
+        const std::vector<char> before = sorrelctl::readFile(path("numbered"));
+        log(*container, isLong ? std::string(4095, 'x') : numbered(i % 7));
+        if (!isLong) {
+            continue;
+        }
+        const std::vector<char> after = sorrelctl::readFile(path("numbered"));
+        const Ring ring = sorrelctl::readRing(after);
+        const std::size_t begin = placeOf(ring, ring.records.back()) - kFixedAndNames;
+        for (int many = 0; many < 8; ++many) { // any of its words may stand already
+            std::vector<char> state = before;
+            std::copy_n(&after[begin + kSequenceAt], sizeof i, &state[begin + kSequenceAt]);
+            for (std::size_t word = begin + 2 * kSequenceAt; word < begin + 4096; word += 8) {
+                std::copy_n(&after[word], random() % 8 < static_cast<unsigned int>(many) ? 8 : 0, &state[word]);
+            }
+            const Ring read = sorrelctl::readRing(state);
+            ASSERT_THAT(lossesOf(read), IsEmpty()) << i;
+            torn += read.isTorn ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(torn, 800);
 }
 
 TEST_F(SorrelctlDamage, AllBeforeADamagedMessageIsToldAndShownOnDemand) {

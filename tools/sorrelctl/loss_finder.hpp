@@ -6,6 +6,7 @@
 #include "ring_reader.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -17,7 +18,7 @@ namespace sorrelctl {
 // that began the present lap had no room. Only behind that lie rests of still earlier laps, in which nothing is missed.
 class LossFinder {
 public:
-    LossFinder(Stretch ring, const std::vector<RecordPlace>& places, const RecordPlace& newest,
+    LossFinder(Stretch ring, const std::vector<RecordPlace>& places, std::uint64_t newest,
                std::optional<std::size_t> torn)
         : m_ring(ring), m_places(places), m_newest(newest), m_torn(torn) {}
 
@@ -34,7 +35,7 @@ public:
                 add(place.end, next);
                 continue;
             }
-            const bool isOfLapBefore = &place != &m_newest && lapBegin + kLargest <= m_ring.end;
+            const bool isOfLapBefore = place.sequence != m_newest && lapBegin + kLargest <= m_ring.end;
             if (isOfLapBefore && first.begin == m_ring.begin && place.sequence + 1 != first.sequence) {
                 add(place.end, next);
             }
@@ -56,7 +57,7 @@ private:
 
     const Stretch m_ring;
     const std::vector<RecordPlace>& m_places;
-    const RecordPlace& m_newest;
+    const std::uint64_t m_newest;
     const std::optional<std::size_t> m_torn;
     std::vector<Stretch> m_lost;
 };

@@ -198,7 +198,7 @@ void readRecords(Ring& ring, Place place) {
     ring.isTorn = torn.has_value();
     ring.newest = newest->sequence;
     if (place.isKnown && !places.empty()) {
-        ring.lost = LossFinder({place.begin, place.end}, places, *newest, torn).find();
+        ring.lost = LossFinder({place.begin, place.end}, places, newest->sequence, torn).find();
     }
     divide(ring, std::move(places));
 }
