@@ -153,8 +153,16 @@ TEST_F(SorrelctlDamage, ADamagedNewestMessageIsTold) {
               "sorrelctl: " + path("ring") + ": byte 136: 5 messages are counted, the newest whole one is number 4\n");
 }
 
-TEST_F(SorrelctlDamage, ARingThatHasWrappedAroundIsExportedWithoutAWord) {
-    ringOf(1000);
+TEST_F(SorrelctlDamage, RestsOfEarlierLapsAreLeftOutWithoutAWord) {
+    Container container = openSmall("numbered");
+    for (std::uint64_t i = 1; i <= 400; ++i) {
+        log(*container, numbered(i));
+    }
+    for (int i = 0; i < 45; ++i) {
+        log(*container, std::string(4095, 'l'));
+    }
+    container.reset();
+    ASSERT_GT(read("numbered").older.size(), 0U);
     const Result result = record("export " + path("numbered"));
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");

@@ -58,6 +58,7 @@ TEST_F(SorrelctlOptions, TimesThatTheClockSkipsAreTaken) {
     EXPECT_NEAR(static_cast<double>(momentIn(summer, "2024-03-31 02:30")), 1711848600, 3600);
     const char* const midnight = "XST-1XDT,M3.5.0/0,M10.5.0/3"; // the day begins at 1:00
     EXPECT_NEAR(static_cast<double>(momentIn(midnight, "2024-03-31")), 1711839600, 3600);
+    EXPECT_EQ(momentIn("XST-1XWT0,M10.5.0,M3.5.0/1", "2024-01-15"), 1705276800) << "where winter is the other time";
 }
 
 TEST_F(SorrelctlOptions, TheVersionIsThatOfTheLibrary) {

@@ -77,7 +77,7 @@ void addFilters(CLI::App& command, RecordFilter& filter) {
 } // namespace
 
 // Takes the messages that are not wanted out of the ring.
-void RecordCommand::show(const std::string& path, Ring& ring, Request& request, RecordOutput& output) {
+void RecordCommand::showRing(const std::string& path, Ring& ring, Request& request, RecordOutput& output) {
     std::string out;
     if (request.hasInfo) {
         appendInfo(out, path, ring, request.isInfoOnly);
@@ -104,7 +104,7 @@ int RecordCommand::showFile(const std::string& path, Request& request, RecordOut
             ring = {};
             ring = readRing(readFile(path));
         }
-        show(path, ring, request, output);
+        showRing(path, ring, request, output);
         std::vector<std::string> damages = std::move(ring.damages);
         if (isStill) {
             const std::vector<std::string> losses = lossesOf(ring);

@@ -148,7 +148,7 @@ std::vector<RecordPlace> wholeRecords(const char* file, Place ring, std::uint32_
         const std::size_t end = offset + (size != 0 ? size : record::kAlignment);
         const auto sequence = load<std::uint64_t>(file + offset + record::kSequenceAt);
         if (size != 0 && sequence != 0) {
-            found.push_back({sequence, static_cast<std::uint32_t>(offset), static_cast<std::uint32_t>(end)});
+            found.push_back({sequence, recorder::inFourBytes(offset), recorder::inFourBytes(end)});
         }
         offset = end;
     }
@@ -189,7 +189,7 @@ std::optional<std::size_t> tornPlace(const char* file, Place ring, const RecordP
 void readRecords(Ring& ring, Place place) {
     const char* const file = ring.bytes.data();
     std::vector<RecordPlace> places = wholeRecords(file, place, load<std::uint32_t>(file + header::kSeedAt));
-    const RecordPlace none = {0, 0, static_cast<std::uint32_t>(place.begin)};
+    const RecordPlace none = {0, 0, recorder::inFourBytes(place.begin)};
     const RecordPlace* newest = &none;
     for (const RecordPlace& found : places) {
         newest = found.sequence >= newest->sequence ? &found : newest;
