@@ -17,7 +17,6 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 namespace sorrelctl {
@@ -39,6 +38,12 @@ void complain(const std::string& path, const std::string& what) {
     std::string shown;
     text::appendVisible(shown, path);
     std::fprintf(stderr, "sorrelctl: %s: %s\n", shown.c_str(), what.c_str());
+}
+
+void complainOfAll(const std::string& path, const std::vector<std::string>& damages) {
+    for (const std::string& damage : damages) {
+        complain(path, damage);
+    }
 }
 
 // Unreadable files count more than damaged ones.
@@ -105,15 +110,10 @@ int RecordCommand::showFile(const std::string& path, Request& request, RecordOut
             ring = readRing(readFile(path));
         }
         showRing(path, ring, request, output);
-        std::vector<std::string> damages = std::move(ring.damages);
-        if (isStill) {
-            const std::vector<std::string> losses = lossesOf(ring);
-            damages.insert(damages.end(), losses.begin(), losses.end());
-        }
-        for (const std::string& damage : damages) {
-            complain(path, damage);
-        }
-        return damages.empty() ? 0 : kDamaged;
+        const std::vector<std::string> losses = isStill ? lossesOf(ring) : std::vector<std::string>();
+        complainOfAll(path, ring.damages);
+        complainOfAll(path, losses);
+        return ring.damages.empty() && losses.empty() ? 0 : kDamaged;
     } catch (const RingError& error) {
         complain(path, error.what());
         return kUnreadable;
