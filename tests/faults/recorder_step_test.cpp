@@ -82,6 +82,7 @@ TEST_F(RecorderSteps, AProcessMayEndAtAnyInstruction) {
         EXPECT_TRUE(areNumbered(ring));
         EXPECT_GT(bytesOf(ring), kFileSize * 8 / 10);
         EXPECT_TRUE(ring.damages.empty());
+        EXPECT_TRUE(lossesOf(ring).empty()) << lossesOf(ring).front();
         newest = last;
         torn += ring.isTorn ? 1 : 0;
     }

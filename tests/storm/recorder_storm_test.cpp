@@ -64,6 +64,7 @@ protected:
         EXPECT_TRUE(areNumbered(ring));
         EXPECT_TRUE(ring.records.front().sequence == 1 || bytesOf(ring) > kSmallRing * 9 / 10) << bytesOf(ring);
         EXPECT_TRUE(ring.damages.empty());
+        EXPECT_TRUE(lossesOf(ring).empty()) << lossesOf(ring).front();
         EXPECT_FALSE(ring.hasEnded);
     }
 

@@ -204,8 +204,8 @@ TEST_F(RecorderFiles, ASecondInstanceTakesTheNextName) {
     container.onCfgUpdate();
     log(container, "to both");
     EXPECT_THAT(rings(), UnorderedElementsAre("ring", "ring.1"));
-    EXPECT_EQ(read("rings/ring").records.at(0).text, "to both");
-    EXPECT_EQ(read("rings/ring.1").records.at(0).text, "to both");
+    EXPECT_EQ(read("rings/ring").records.front().text, "to both");
+    EXPECT_EQ(read("rings/ring.1").records.front().text, "to both");
 }
 
 TEST_F(RecorderFiles, TheRingsThatWereMadeLastAreKept) {
@@ -216,7 +216,7 @@ TEST_F(RecorderFiles, TheRingsThatWereMadeLastAreKept) {
     }
     std::set<std::string> texts;
     for (const std::string& name : rings()) {
-        texts.insert(std::string(read("rings/" + name).records.at(0).text));
+        texts.insert(std::string(read("rings/" + name).records.front().text));
     }
     EXPECT_THAT(texts, ElementsAre("2", "3", "4"));
 }

@@ -9,6 +9,7 @@
 using sorrelctl::readFile;
 using sorrelctl::readRing;
 using sorrelctl::Record;
+using sorrelctl::Records;
 using sorrelctl::Ring;
 using sorrelctl::RingError;
 using testing::ElementsAre;
@@ -24,7 +25,7 @@ constexpr std::size_t kRingBegin = 512 + 3 * 256; // in both
 
 class RecorderFormat : public RingFixture {
 protected:
-    static std::vector<std::uint64_t> sequencesOf(const std::vector<Record>& records) {
+    static std::vector<std::uint64_t> sequencesOf(const Records& records) {
         std::vector<std::uint64_t> numbers;
         for (const Record& record : records) {
             numbers.push_back(record.sequence);
@@ -84,6 +85,7 @@ TEST_F(RecorderFormat, ARingOfA32BitProcessIsRead) {
     EXPECT_TRUE(ring.components[0].isMaskKnown);
     EXPECT_FALSE(ring.components[1].isMaskKnown);
     EXPECT_THAT(ring.damages, IsEmpty());
+    EXPECT_THAT(lossesOf(ring), IsEmpty());
 }
 
 TEST_F(RecorderFormat, OnlyTheRunThatEndsAtTheNewestIsTaken) {
@@ -111,6 +113,7 @@ TEST_F(RecorderFormat, ARingWithoutMessagesIsRead) {
     EXPECT_EQ(ring.addressSize, 8U);
     EXPECT_THAT(ring.records, IsEmpty());
     EXPECT_FALSE(ring.isTorn);
+    EXPECT_THAT(lossesOf(ring), IsEmpty());
 }
 
 TEST_F(RecorderFormat, TheFirstMessageMayBeTorn) {

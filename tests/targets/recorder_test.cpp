@@ -109,6 +109,7 @@ TEST_F(Recorder, TheNewestMessagesFillTheRing) {
             ASSERT_TRUE(areNumbered(ring));
             ASSERT_TRUE(ring.records.front().sequence == 1 || bytesOf(ring) > kSmallRing * 9 / 10) << bytesOf(ring);
             ASSERT_FALSE(ring.isTorn);
+            ASSERT_THAT(lossesOf(ring), IsEmpty());
         }
     }
     EXPECT_GT(read("ring").records.front().sequence, 1U);

@@ -1,5 +1,5 @@
 // sorrelctl record, run as people run it, on rings that a recorder has written.
-#include "ring_fixture.hpp"
+#include "sorrelctl_fixture.hpp"
 
 #include <gmock/gmock.h>
 #include <sorrelctl/record_filter.hpp>
@@ -17,39 +17,8 @@ using testing::StartsWith;
 
 namespace {
 
-struct Result {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-class SorrelctlRecord : public RingFixture {
+class SorrelctlRecord : public SorrelctlFixture {
 protected:
-    SorrelctlRecord() {
-        setenv("TZ", "UTC", 1);
-        const Container container = open("file=" + path("ring") + ",size=64k", "player");
-        say(*container, 10, 8, 0, "main", "net", "poll", "entering");
-        say(*container, 20, 6, 1, "main", "net", "poll", "first\tline");
-        say(*container, 30, 3, 0, "worker", "disk", "", "second \"quoted\" line");
-        say(*container, 40, 8, 0, "main", "net", "poll", "leaving");
-        say(*container, 50, 4, 0, "main", "ui.menu", "", "last");
-    }
-
-    static void say(sorrel::CLogTargetContainer& container, int seconds, int numeric, int depth,
-                    const std::string& thread, const std::string& component, const std::string& function,
-                    const std::string& text) {
-        sorrel_level level = {numeric, 1U << static_cast<unsigned int>(numeric)};
-        container.log(4711, depth, 1709211800 + seconds, 5, &level, thread, component, function, text);
-    }
-
-    // Runs "sorrelctl record ARGUMENTS".
-    Result record(const std::string& arguments) {
-        const std::string command = std::string(SORREL_TEST_TOOL " record ") + arguments + " > " + path("out") +
-                                    " 2> " + path("err") + " < /dev/null";
-        const int status = std::system(command.c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, files().read("out"), files().read("err")};
-    }
-
     // The texts that "record export" gives with these options.
     std::vector<std::string> chosen(const std::string& options) {
         const Result result = record("export " + path("ring") + " " + options);
@@ -237,16 +206,9 @@ TEST_F(SorrelctlRecord, ADamagedFileYieldsWhatIsWhole) {
     const Result result = record("export --format text " + path("ring"));
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.out, StartsWith("2024-02-29 13:03:30.000005 TRACE"));
-    EXPECT_EQ(result.err, "sorrelctl: " + path("ring") + ": byte 4864: the file ends, the ring has 60672 bytes more\n");
-}
-
-TEST_F(SorrelctlRecord, MessagesBeforeAGapAreShownOnDemand) {
-    std::string bytes = files().read("ring");
-    bytes[bytes.find("second")] = 'S';
-    files().write("ring", bytes);
-    EXPECT_THAT(record("show " + path("ring")).out, HasSubstr("# older, before a gap: 2 (--all shows them too)\n"));
-    EXPECT_THAT(chosen(""), ElementsAre("leaving", "last"));
-    EXPECT_THAT(chosen("--all"), ElementsAre("entering", "first\\u0009line", "leaving", "last"));
+    const std::string told = "sorrelctl: " + path("ring") + ": byte ";
+    EXPECT_EQ(result.err, told + "4864: the file ends, the ring has 60672 bytes more\n" + told +
+                              "136: 5 messages are counted, the newest whole one is number 3\n");
 }
 
 TEST_F(SorrelctlRecord, AWrongCommandLineIsExplained) {

@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
                        "  1 when a file cannot be read or is none of ours,\n"
                        "  2 when the command line is wrong,\n"
                        "  3 when a file is damaged; what is whole in it is shown.");
+        program.set_version_flag("--version", "sorrelctl " SORREL_VERSION, "Show the version and end");
         program.set_help_all_flag("--help-all", "Help for all commands");
         const sorrelctl::RecordCommand record(program);
         try {

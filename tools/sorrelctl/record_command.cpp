@@ -12,19 +12,25 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace sorrelctl {
 
 namespace {
 
+[[noreturn]] void failOutput() {
+    throw std::system_error(errno, std::generic_category(), "standard output");
+}
+
 void put(std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) {
+        failOutput();
+    }
     text.clear();
 }
 
@@ -32,6 +38,12 @@ void complain(const std::string& path, const std::string& what) {
     std::string shown;
     text::appendVisible(shown, path);
     std::fprintf(stderr, "sorrelctl: %s: %s\n", shown.c_str(), what.c_str());
+}
+
+void complainOfAll(const std::string& path, const std::vector<std::string>& damages) {
+    for (const std::string& damage : damages) {
+        complain(path, damage);
+    }
 }
 
 // Unreadable files count more than damaged ones.
@@ -64,30 +76,44 @@ void addFilters(CLI::App& command, RecordFilter& filter) {
               "From this time on: 90s, 5m, 2h or 1d before the newest message, \"2024-02-29 13:04:05\" in local time,\n"
               "@SECONDS since 1970",
               "TIME");
-    command.add_option("--last", filter.last, "The last COUNT of what is chosen otherwise, of each file")
-        ->type_name("COUNT");
+    addOption(command, "--last", filter.last, "The last COUNT of what is chosen otherwise, of each file", "COUNT");
 }
 
 } // namespace
 
+// Takes the messages that are not wanted out of the ring.
+void RecordCommand::showRing(const std::string& path, Ring& ring, Request& request, RecordOutput& output) {
+    std::string out;
+    if (request.hasInfo) {
+        appendInfo(out, path, ring, request.isInfoOnly);
+    } else if (!request.isAll && !ring.lost.empty() && !ring.older.empty()) { // more than rests of earlier laps
+        complain(path, std::to_string(ring.older.size()) +
+                           " whole messages before a gap are left out (--all shows them too)");
+    }
+    if (!request.isInfoOnly) {
+        if (request.isAll) {
+            ring.records.putBefore(ring.older);
+        }
+        request.filter.choose(ring.records);
+        output.write(out, ring, ring.records);
+    }
+    put(out);
+}
+
 // Returns the status for this file.
 int RecordCommand::showFile(const std::string& path, Request& request, RecordOutput& output) {
     try {
-        const Ring ring = readRing(readFile(path));
-        std::string out;
-        if (request.hasInfo) {
-            appendInfo(out, path, ring, request.isInfoOnly);
+        Ring ring = readRing(readFile(path));
+        const bool isStill = !isAlive(ring);      // otherwise the copy may miss what the file has
+        if (isStill && !lossesOf(ring).empty()) { // its process may have ended while it was copied
+            ring = {};
+            ring = readRing(readFile(path));
         }
-        if (!request.isInfoOnly) {
-            std::vector<Record> records = request.isAll ? ring.older : std::vector<Record>();
-            records.insert(records.end(), ring.records.begin(), ring.records.end());
-            output.write(out, ring, request.filter.choose(records));
-        }
-        put(out);
-        for (const std::string& damage : ring.damages) {
-            complain(path, damage);
-        }
-        return ring.damages.empty() ? 0 : kDamaged;
+        showRing(path, ring, request, output);
+        const std::vector<std::string> losses = isStill ? lossesOf(ring) : std::vector<std::string>();
+        complainOfAll(path, ring.damages);
+        complainOfAll(path, losses);
+        return ring.damages.empty() && losses.empty() ? 0 : kDamaged;
     } catch (const RingError& error) {
         complain(path, error.what());
         return kUnreadable;
@@ -99,6 +125,7 @@ int RecordCommand::showFile(const std::string& path, Request& request, RecordOut
 
 int RecordCommand::run(Request& request) {
     const std::unique_ptr<RecordOutput> output = makeOutput(request.format);
+    output->setWriter(put);
     int worst = 0;
     for (const std::string& path : request.files) {
         worst = worse(worst, showFile(path, request, *output));
@@ -108,9 +135,8 @@ int RecordCommand::run(Request& request) {
         output->finish(end);
     }
     put(end);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        complain("standard output", std::strerror(errno));
-        return kUnreadable;
+    if (std::fflush(stdout) != 0) {
+        failOutput();
     }
     return worst;
 }

@@ -39,6 +39,7 @@ private:
 
     CLI::App& add(CLI::App& record, const std::string& name, const std::string& help, Request& request);
     static int run(Request& request);
+    static void showRing(const std::string& path, Ring& ring, Request& request, RecordOutput& output);
     static int showFile(const std::string& path, Request& request, RecordOutput& output);
 
     Request m_show;

@@ -1,7 +1,6 @@
 // Chooses messages by what they hold.
 #include "record_filter.hpp"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <ctime>
@@ -28,15 +27,26 @@ std::optional<std::int64_t> fraction(const std::string& digits) {
     return std::stoll(digits + std::string(kDigits - digits.size(), '0'));
 }
 
+// Asked in UTC: in local time there are hours, even days, that the clock skips.
+bool isInCalendar(const std::tm& parts) {
+    std::tm day = {};
+    day.tm_year = parts.tm_year;
+    day.tm_mon = parts.tm_mon;
+    day.tm_mday = parts.tm_mday;
+    timegm(&day); // the 30th of February becomes the 1st of March
+    return day.tm_mday == parts.tm_mday;
+}
+
 std::optional<std::int64_t> calendarTime(const std::string& words) {
-    for (const char* const format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
+    for (const std::string_view format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
         std::tm parts = {};
         parts.tm_isdst = -1;
-        const char* const rest = strptime(words.c_str(), format, &parts);
-        if (rest == nullptr || (*rest != '\0' && *rest != '.')) {
+        const char* const rest = strptime(words.c_str(), format.data(), &parts);
+        const bool hasFraction = rest != nullptr && *rest == '.' && format.back() == 'S';
+        if (rest == nullptr || (*rest != '\0' && !hasFraction) || !isInCalendar(parts)) {
             continue;
         }
-        const std::optional<std::int64_t> microseconds = *rest == '.' ? fraction(rest + 1) : 0;
+        const std::optional<std::int64_t> microseconds = hasFraction ? fraction(rest + 1) : 0;
         if (microseconds) {
             const std::int64_t seconds = std::mktime(&parts);
             return seconds * kSecond + *microseconds;
@@ -109,6 +119,14 @@ Since::Since(const std::string& words) {
     m_microseconds = *time;
 }
 
+Count::Count(const std::string& words) {
+    const char* const end = words.data() + words.size();
+    const std::from_chars_result result = std::from_chars(words.data(), end, m_value);
+    if (result.ec != std::errc() || result.ptr != end) {
+        throw std::invalid_argument("\"" + words + "\" is no count: a whole number from 0 on");
+    }
+}
+
 // What a damaged file holds need not be a time: it wraps around.
 std::int64_t momentOf(const Record& record) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(record.seconds) * kSecond +
@@ -122,18 +140,14 @@ bool RecordFilter::isWanted(const Record& record) {
            (!functions || functions->contains(std::string(record.function))) && (!text || text->isFoundIn(record.text));
 }
 
-std::vector<Record> RecordFilter::choose(const std::vector<Record>& records) {
-    std::vector<Record> chosen;
+void RecordFilter::choose(Records& records) {
     const std::int64_t newest = records.empty() ? 0 : momentOf(records.back());
-    for (const Record& record : records) {
-        if ((!since || momentOf(record) >= since->moment(newest)) && isWanted(record)) {
-            chosen.push_back(record);
-        }
+    records.keepIf([&](const Record& record) {
+        return (!since || momentOf(record) >= since->moment(newest)) && isWanted(record);
+    });
+    if (last) {
+        records.keepLast(last->value());
     }
-    if (last && *last < chosen.size()) {
-        chosen.erase(chosen.begin(), chosen.end() - static_cast<std::ptrdiff_t>(*last));
-    }
-    return chosen;
 }
 
 } // namespace sorrelctl

@@ -7,14 +7,12 @@
 #include <sorrel/component_set.hpp>
 #include <sorrel/level_set.hpp>
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <regex.h>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace sorrelctl {
 
@@ -53,6 +51,16 @@ private:
     std::int64_t m_microseconds = 0;
 };
 
+// How many. Throws std::invalid_argument for what is no number.
+class Count {
+public:
+    explicit Count(const std::string& words);
+    std::uint64_t value() const { return m_value; }
+
+private:
+    std::uint64_t m_value = 0;
+};
+
 // What is not set chooses everything.
 struct RecordFilter {
     std::optional<sorrel::LevelSet> levels;
@@ -61,9 +69,10 @@ struct RecordFilter {
     std::optional<sorrel::ComponentSet> functions;
     std::optional<Regex> text;
     std::optional<Since> since;
-    std::optional<std::size_t> last;
+    std::optional<Count> last;
 
-    std::vector<Record> choose(const std::vector<Record>& records);
+    // Leaves those that are wanted.
+    void choose(Records& records);
 
 private:
     bool isWanted(const Record& record);

@@ -18,16 +18,12 @@ std::string visible(std::string_view text) {
     return shown;
 }
 
-log_line::Line lineOf(const Record& record) {
-    return {record.seconds, record.microseconds, record.processId, record.depth, record.level,
-            record.thread,  record.component,    record.function,  record.text};
-}
-
 class TextOutput final : public RecordOutput {
 public:
-    void write(std::string& out, const Ring& /*ring*/, const std::vector<Record>& records) override {
+    void write(std::string& out, const Ring& /*ring*/, const Records& records) override {
         for (const Record& record : records) {
             m_lines.append(out, lineOf(record));
+            passOn(out);
         }
     }
 
@@ -37,9 +33,10 @@ private:
 
 class JsonOutput final : public RecordOutput {
 public:
-    void write(std::string& out, const Ring& /*ring*/, const std::vector<Record>& records) override {
+    void write(std::string& out, const Ring& /*ring*/, const Records& records) override {
         for (const Record& record : records) {
             m_lines.append(out, lineOf(record));
+            passOn(out);
         }
     }
 
@@ -86,6 +83,11 @@ void appendComponents(std::string& out, const Ring& ring) {
 }
 
 } // namespace
+
+log_line::Line lineOf(const Record& record) {
+    return {record.seconds, record.microseconds, record.processId, record.depth, record.level,
+            record.thread,  record.component,    record.function,  record.text};
+}
 
 std::unique_ptr<RecordOutput> makeOutput(Format format) {
     switch (format) {

@@ -4,10 +4,13 @@
 
 #include "ring_reader.hpp"
 
-#include <cstdio>
+#include <cstddef>
 #include <memory>
 #include <string>
-#include <vector>
+
+namespace log_line {
+struct Line;
+}
 
 namespace sorrelctl {
 
@@ -20,12 +23,31 @@ public:
     RecordOutput& operator=(const RecordOutput&) = delete;
     virtual ~RecordOutput() = default;
 
+    // Writes and empties a text.
+    using Writer = void (*)(std::string& out);
+    void setWriter(Writer writer) { m_writer = writer; }
+
     // Appends the messages of one file to `out`.
-    virtual void write(std::string& out, const Ring& ring, const std::vector<Record>& records) = 0;
+    virtual void write(std::string& out, const Ring& ring, const Records& records) = 0;
 
     // Appends what belongs behind all files.
     virtual void finish(std::string& out) { static_cast<void>(out); }
+
+protected:
+    // Called behind each message: with a writer, `out` stays short.
+    void passOn(std::string& out) const {
+        constexpr std::size_t kBlock = 64 << 10U;
+        if (m_writer != nullptr && out.size() >= kBlock) {
+            m_writer(out);
+        }
+    }
+
+private:
+    Writer m_writer = nullptr;
 };
+
+// The texts are those of the record.
+log_line::Line lineOf(const Record& record);
 
 std::unique_ptr<RecordOutput> makeOutput(Format format);
 

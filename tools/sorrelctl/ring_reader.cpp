@@ -1,6 +1,7 @@
 // From the bytes of a ring file to its messages.
 #include "ring_reader.hpp"
 
+#include "loss_finder.hpp"
 #include "recorder_format.hpp"
 #include "recorder_process.hpp"
 
@@ -22,7 +23,8 @@ namespace record = recorder::record;
 // The place of the ring in the file, which lies inside the file whatever the header says.
 struct Place {
     std::size_t begin;
-    std::size_t size;
+    std::size_t end;
+    bool isKnown;
 };
 
 void checkBegin(const std::vector<char>& bytes) {
@@ -108,7 +110,7 @@ Place readLayout(Ring& ring) {
     if (!isPossible) {
         ring.damages.push_back(fmt::format("bytes {} to {}: no such component table, no such ring",
                                            header::kHeaderSizeAt, header::kRingSizeAt + sizeof ringSize - 1));
-        return {header::kSize, ring.bytes.size() - header::kSize};
+        return {header::kSize, ring.bytes.size(), false};
     }
     ring.componentCapacity = static_cast<std::uint32_t>(capacity);
     readComponents(ring, headerSize, entrySize);
@@ -117,26 +119,101 @@ Place readLayout(Ring& ring) {
         ring.damages.push_back(
             fmt::format("byte {}: the file ends, the ring has {} bytes more", fileSize, ringSize - available));
     }
-    return {static_cast<std::size_t>(ringOffset), static_cast<std::size_t>(std::min(ringSize, available))};
+    const std::uint64_t end = ringOffset + std::min(ringSize, available);
+    return {static_cast<std::size_t>(ringOffset), static_cast<std::size_t>(end), true};
 }
 
-// The record at an offset of the ring, if a whole one lies there.
-std::optional<Record> recordAt(const char* ringBegin, std::size_t ringSize, std::size_t offset, std::uint32_t seed) {
-    const char* const start = ringBegin + offset;
+// The size that the record at a place of the file has with its zeros; 0 when no whole one lies there.
+std::size_t wholeSize(const char* start, std::size_t available, std::uint32_t seed) {
     const auto size = load<std::uint32_t>(start + record::kSizeAt);
-    if (size < record::kTextsAt || size > record::kLargest || recorder::alignedSize(size) > ringSize - offset) {
-        return std::nullopt;
+    if (size < record::kTextsAt || size > record::kLargest || recorder::alignedSize(size) > available) {
+        return 0;
     }
+    std::size_t sum = record::kTextsAt;
+    for (const std::size_t lengthAt :
+         {record::kThreadLengthAt, record::kComponentLengthAt, record::kFunctionLengthAt, record::kTextLengthAt}) {
+        sum += load<std::uint16_t>(start + lengthAt);
+    }
+    const bool isWhole =
+        sum == size && load<std::uint32_t>(start + record::kChecksumAt) == recorder::recordChecksum(start, size, seed);
+    return isWhole ? recorder::alignedSize(size) : 0;
+}
+
+// In the order of their places.
+std::vector<RecordPlace> wholeRecords(const char* file, Place ring, std::uint32_t seed) {
+    std::vector<RecordPlace> found;
+    std::size_t offset = ring.begin;
+    while (offset < ring.end && ring.end - offset >= record::kTextsAt) {
+        const std::size_t size = wholeSize(file + offset, ring.end - offset, seed);
+        const std::size_t end = offset + (size != 0 ? size : record::kAlignment);
+        const auto sequence = load<std::uint64_t>(file + offset + record::kSequenceAt);
+        if (size != 0 && sequence != 0) {
+            found.push_back({sequence, recorder::inFourBytes(offset), recorder::inFourBytes(end)});
+        }
+        offset = end;
+    }
+    return found;
+}
+
+// Divides the whole records at the last gap before the newest one. Those of earlier laps lie where no later record did,
+// at the end of the ring: whole, but not next to any other.
+void divide(Ring& ring, std::vector<RecordPlace> places) {
+    std::sort(places.begin(), places.end(), [](const RecordPlace& a, const RecordPlace& b) {
+        return a.sequence != b.sequence ? a.sequence < b.sequence : a.begin < b.begin;
+    });
+    auto first = places.end();
+    while (first != places.begin() && (first == places.end() || std::prev(first)->sequence + 1 == first->sequence)) {
+        --first;
+    }
+    ring.older = {ring.bytes.data(), {places.begin(), first}};
+    places.erase(places.begin(), first);
+    ring.records = {ring.bytes.data(), std::move(places)};
+}
+
+bool isBegun(const char* file, Place ring, std::size_t offset, std::uint64_t sequence) {
+    constexpr std::size_t kEnd = record::kSequenceAt + sizeof sequence;
+    return offset <= ring.end && ring.end - offset >= kEnd &&
+           load<std::uint64_t>(file + offset + record::kSequenceAt) == sequence;
+}
+
+// Where the record was begun that follows the newest one.
+std::optional<std::size_t> tornPlace(const char* file, Place ring, const RecordPlace& newest) {
+    for (const std::size_t offset : {std::size_t{newest.end}, ring.begin}) {
+        if (isBegun(file, ring, offset, newest.sequence + 1)) {
+            return offset;
+        }
+    }
+    return std::nullopt;
+}
+
+void readRecords(Ring& ring, Place place) {
+    const char* const file = ring.bytes.data();
+    std::vector<RecordPlace> places = wholeRecords(file, place, load<std::uint32_t>(file + header::kSeedAt));
+    const RecordPlace none = {0, 0, recorder::inFourBytes(place.begin)};
+    const RecordPlace* newest = &none;
+    for (const RecordPlace& found : places) {
+        newest = found.sequence >= newest->sequence ? &found : newest;
+    }
+    const std::optional<std::size_t> torn = tornPlace(file, place, *newest);
+    ring.isTorn = torn.has_value();
+    ring.newest = newest->sequence;
+    if (place.isKnown && !places.empty()) {
+        ring.lost = LossFinder({place.begin, place.end}, places, newest->sequence, torn).find();
+    }
+    divide(ring, std::move(places));
+}
+
+} // namespace
+
+Record Records::operator[](std::size_t index) const {
+    const RecordPlace& place = m_places.at(index);
+    const char* const start = m_file + place.begin;
     const std::size_t thread = load<std::uint16_t>(start + record::kThreadLengthAt);
     const std::size_t component = load<std::uint16_t>(start + record::kComponentLengthAt);
     const std::size_t function = load<std::uint16_t>(start + record::kFunctionLengthAt);
     const std::size_t text = load<std::uint16_t>(start + record::kTextLengthAt);
-    if (record::kTextsAt + thread + component + function + text != size ||
-        load<std::uint32_t>(start + record::kChecksumAt) != recorder::recordChecksum(start, size, seed)) {
-        return std::nullopt;
-    }
     Record read;
-    read.sequence = load<std::uint64_t>(start + record::kSequenceAt);
+    read.sequence = place.sequence;
     read.seconds = load<std::int64_t>(start + record::kSecondsAt);
     read.microseconds = load<std::int32_t>(start + record::kMicrosecondsAt);
     read.level = load<std::int32_t>(start + record::kLevelAt);
@@ -149,43 +226,8 @@ std::optional<Record> recordAt(const char* ringBegin, std::size_t ringSize, std:
     read.component = {texts + thread, component};
     read.function = {texts + thread + component, function};
     read.text = {texts + thread + component + function, text};
-    read.end = offset + recorder::alignedSize(size);
     return read;
 }
-
-std::vector<Record> wholeRecords(const char* ringBegin, std::size_t ringSize, std::uint32_t seed) {
-    std::vector<Record> found;
-    std::size_t offset = 0;
-    while (offset < ringSize && ringSize - offset >= record::kTextsAt) {
-        const std::optional<Record> read = recordAt(ringBegin, ringSize, offset, seed);
-        if (read && read->sequence != 0) {
-            found.push_back(*read);
-        }
-        offset = read ? read->end : offset + record::kAlignment;
-    }
-    return found;
-}
-
-// Divides the whole records at the last gap before the newest one. Those of earlier laps lie where no later record did,
-// at the end of the ring: whole, but not next to any other.
-void divide(Ring& ring, std::vector<Record> whole) {
-    std::stable_sort(whole.begin(), whole.end(),
-                     [](const Record& a, const Record& b) { return a.sequence < b.sequence; });
-    auto first = whole.end();
-    while (first != whole.begin() && (first == whole.end() || std::prev(first)->sequence + 1 == first->sequence)) {
-        --first;
-    }
-    ring.older.assign(whole.begin(), first);
-    ring.records.assign(first, whole.end());
-}
-
-bool isBegun(const char* ringBegin, std::size_t ringSize, std::size_t offset, std::uint64_t sequence) {
-    constexpr std::size_t kEnd = record::kSequenceAt + sizeof sequence;
-    return offset <= ringSize && ringSize - offset >= kEnd &&
-           load<std::uint64_t>(ringBegin + offset + record::kSequenceAt) == sequence;
-}
-
-} // namespace
 
 Ring readRing(std::vector<char> bytes) {
     checkBegin(bytes);
@@ -193,12 +235,20 @@ Ring readRing(std::vector<char> bytes) {
     ring.bytes = std::move(bytes);
     readHeader(ring);
     const Place place = readLayout(ring);
-    const char* const begin = ring.bytes.data() + place.begin;
-    divide(ring, wholeRecords(begin, place.size, load<std::uint32_t>(ring.bytes.data() + header::kSeedAt)));
-    const std::uint64_t next = ring.records.empty() ? 1 : ring.records.back().sequence + 1;
-    const std::size_t behindNewest = ring.records.empty() ? 0 : ring.records.back().end;
-    ring.isTorn = isBegun(begin, place.size, behindNewest, next) || isBegun(begin, place.size, 0, next);
+    readRecords(ring, place);
     return ring;
+}
+
+std::vector<std::string> lossesOf(const Ring& ring) {
+    std::vector<std::string> losses;
+    for (const Stretch& lost : ring.lost) {
+        losses.push_back(fmt::format("byte {}: no whole record up to byte {}", lost.begin, lost.end));
+    }
+    if (ring.newest < ring.messages) {
+        losses.push_back(fmt::format("byte {}: {} messages are counted, the newest whole one is number {}",
+                                     header::kMessagesAt, ring.messages, ring.newest));
+    }
+    return losses;
 }
 
 bool isAlive(const Ring& ring) {

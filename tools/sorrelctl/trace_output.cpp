@@ -17,19 +17,18 @@ namespace {
 
 class TraceOutput final : public RecordOutput {
 public:
-    void write(std::string& out, const Ring& ring, const std::vector<Record>& records) override {
+    void write(std::string& out, const Ring& ring, const Records& records) override {
         const std::string::size_type begin = out.size();
         if (!ring.applicationName.empty()) {
             trace_events::appendName(out, {ring.processId, 0, 0}, "process_name", ring.applicationName);
         }
         for (const Record& record : records) {
             write(out, record);
+            putHead(out, begin);
+            passOn(out);
         }
         closeFunctions(out);
-        if (m_isFirst && out.size() > begin) {
-            out.replace(begin, 1, kHead); // in place of a comma
-            m_isFirst = false;
-        }
+        putHead(out, begin);
     }
 
     void finish(std::string& out) override {
@@ -39,6 +38,14 @@ public:
 
 private:
     static constexpr const char* kHead = "{\"traceEvents\":[";
+
+    // In place of the comma in front of the first event.
+    void putHead(std::string& out, std::string::size_type begin) {
+        if (m_isFirst && out.size() > begin) {
+            out.replace(begin, 1, kHead);
+            m_isFirst = false;
+        }
+    }
 
     struct Track {
         std::string name;
@@ -54,9 +61,7 @@ private:
             track.name = record.thread;
             trace_events::appendName(out, place, "thread_name", track.name);
         }
-        const log_line::Line message = {record.seconds,   record.microseconds, record.processId,
-                                        record.depth,     record.level,        record.thread,
-                                        record.component, record.function,     record.text};
+        const log_line::Line message = lineOf(record);
         const OpenFunctions::Step step = track.functions.stepOf(message);
         trace_events::appendMessage(out, place, message, track.functions, step);
         track.functions.take(step, message);

@@ -52,7 +52,7 @@ def record(sequence, seconds, level, depth, thread_id, *texts):
     return struct.pack("<I", xxh32(rest, SEED)) + rest
 
 
-def ring(address_size, content):
+def ring(address_size, messages, content):
     components = [component(b"net", 0x7F, 0xB6F01234, 3, True), component(b"disk", 0, 0, 1, False)]
     components.append(bytes(256))
     offset = 512 + 256 * len(components)
@@ -60,7 +60,7 @@ def ring(address_size, content):
     fixed = struct.pack("<4IQIiQqII40s16x", 512, 256, len(components), offset, RING_SIZE, SEED, 4711, 98765,
                         1709211840, 250000, address_size, boot)
     header = b"SRLRING\n" + struct.pack("<II", 1, xxh32(fixed, 0)) + fixed
-    header += struct.pack("<IIQQQ", 1, 6, 5, 1, 0) + b"player"
+    header += struct.pack("<IIQQQ", 1, 6, messages, 1 if messages else 0, 0) + b"player"
     return header.ljust(512, b"\0") + b"".join(components) + content.ljust(RING_SIZE, b"\0")
 
 
@@ -78,8 +78,8 @@ def main():
     stale = record(1, 1709211845, 6, 0, 4711, b"main", b"net", b"", b"one is of another lap")
     begin = newest + bytes(torn)
     wrapped = begin.ljust(RING_SIZE - len(older) - len(stale), b"\xa5") + older + stale
-    (HERE / "32bit-torn.ring").write_bytes(ring(4, wrapped))
-    (HERE / "64bit-empty.ring").write_bytes(ring(8, b""))
+    (HERE / "32bit-torn.ring").write_bytes(ring(4, 5, wrapped))
+    (HERE / "64bit-empty.ring").write_bytes(ring(8, 0, b""))
 
 
 main()
