@@ -18,7 +18,9 @@ std::string visible(std::string_view text) {
     return shown;
 }
 
-class TextOutput final : public RecordOutput {
+// Text or JSON.
+template <typename Lines>
+class LineOutput final : public RecordOutput {
 public:
     void write(std::string& out, const Ring& /*ring*/, const Records& records) override {
         for (const Record& record : records) {
@@ -28,20 +30,7 @@ public:
     }
 
 private:
-    log_line::TextLines m_lines;
-};
-
-class JsonOutput final : public RecordOutput {
-public:
-    void write(std::string& out, const Ring& /*ring*/, const Records& records) override {
-        for (const Record& record : records) {
-            m_lines.append(out, lineOf(record));
-            passOn(out);
-        }
-    }
-
-private:
-    log_line::JsonLines m_lines;
+    Lines m_lines;
 };
 
 const char* stateOf(const Ring& ring) {
@@ -92,13 +81,13 @@ log_line::Line lineOf(const Record& record) {
 std::unique_ptr<RecordOutput> makeOutput(Format format) {
     switch (format) {
     case Format::Json:
-        return std::make_unique<JsonOutput>();
+        return std::make_unique<LineOutput<log_line::JsonLines>>();
     case Format::Trace:
         return makeTraceOutput();
     case Format::Text:
         break;
     }
-    return std::make_unique<TextOutput>();
+    return std::make_unique<LineOutput<log_line::TextLines>>();
 }
 
 void appendInfo(std::string& out, const std::string& path, const Ring& ring, bool withComponents) {
