@@ -55,7 +55,7 @@ protected:
         }
         std::string text;
         EXPECT_TRUE(waitUntil([&] {
-            log("the end");
+            log({"the end"});
             return (text += terminal.read()).find(" the end\n") != std::string::npos;
         }));
         EXPECT_THAT(text, testing::HasSubstr("\nWARN   console  main       "));
@@ -112,9 +112,9 @@ protected:
             signal(SIGPIPE, SIG_DFL);
             redirectTo(path);
             loadTarget();
-            log("a");
+            log({"a"});
             dup2(pipe.input(), STDERR_FILENO);
-            log("b");
+            log({"b"});
             return true;
         }));
     }

@@ -76,10 +76,10 @@ TEST_F(ConsoleStream, TheTerminalOfTheSessionCanAlwaysBeOpened) {
     EXPECT_TRUE(passesInChild([&] {
         loadTarget();
         hideDescriptors();
-        log("a");
+        log({"a"});
         setsid();
         ioctl(terminal.input(), TIOCSCTTY, 0);
-        log("b");
+        log({"b"});
         return true;
     }));
     EXPECT_EQ(textsIn("tty"), (std::vector<std::string>{"b"}));
@@ -118,7 +118,7 @@ TEST_F(ConsoleStream, ABrokenPipeThatWaitedBeforeStaysWithTheProcess) {
         sigprocmask(SIG_BLOCK, &signals, nullptr);
         raise(SIGPIPE);
         loadTarget();
-        log("hello");
+        log({"hello"});
         return blocksBrokenPipes() && isBrokenPipePending();
     }));
 }
@@ -128,7 +128,7 @@ TEST_F(ConsoleStream, TheModeOfTheProcessesDescriptorStaysAsItIs) {
     const Redirected redirected(STDERR_FILENO, pipe.input());
     loadTarget();
     const std::map<int, std::string> before = openDescriptors();
-    log("hello");
+    log({"hello"});
     EXPECT_EQ(fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(openDescriptors(), before);
 }
@@ -151,13 +151,13 @@ TEST_F(ConsoleStream, FollowsTheStreamWhereTheProcessLeadsIt) {
     {
         const Redirected redirected(STDERR_FILENO, file);
         loadTarget();
-        log("a");
-        log("b");
+        log({"a"});
+        log({"b"});
     }
     const Redirected redirected(STDERR_FILENO, pipe.input());
-    log("c");
+    log({"c"});
     dup2(file, STDERR_FILENO);
-    log("d");
+    log({"d"});
     close(file);
     EXPECT_EQ(pipe.read(), "INFO   net      main       c\n");
     EXPECT_EQ(textsIn("out"), (std::vector<std::string>{"a", "b", "d"}));
@@ -178,7 +178,7 @@ TEST_F(ConsoleStream, AFileThatBecameAPipeHoldsNobodyUpWhenThatIsFull) {
     const Redirected redirected(STDERR_FILENO, pipe.input());
     redirectTo(files().file("out"));
     loadTarget();
-    log("a");
+    log({"a"});
     dup2(pipe.input(), STDERR_FILENO);
     expectLossAndRecovery(pipe);
 }
@@ -192,10 +192,10 @@ TEST_F(ConsoleStream, ALineThatAFullFileCutOffStaysAlone) {
     const rlimit usual = {RLIM_INFINITY, RLIM_INFINITY};
     const rlimit little = {40, RLIM_INFINITY};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
-    log("a");
-    log("b");
+    log({"a"});
+    log({"b"});
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &usual), 0);
-    log("c");
+    log({"c"});
     EXPECT_EQ(textOf("out"), "INFO   net      main       a\n"
                              "INFO   net \n"
                              "WARN   console  main       1 message lost: File too large\n"

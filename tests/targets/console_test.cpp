@@ -44,7 +44,7 @@ protected:
         const Terminal terminal;
         const Redirected redirected(STDOUT_FILENO, terminal.input());
         load(target(parameters));
-        log("hello");
+        log({"hello"});
         std::string text;
         waitUntil([&] { return (text += terminal.read()).find('\n') != std::string::npos; });
         return text;
@@ -110,7 +110,7 @@ TEST_F(Console, WritesToStandardErrorWhenToldSo) {
     const Redirected first(STDOUT_FILENO, output.input());
     const Redirected second(STDERR_FILENO, error.input());
     load(target("stream=stderr"));
-    log("hello");
+    log({"hello"});
     EXPECT_EQ(output.read(), "");
     EXPECT_EQ(error.read(), kPlain);
 }
@@ -185,7 +185,7 @@ TEST_F(Console, LinesForTheJournalHaveAPriorityAndNoTime) {
     EXPECT_EQ(journal.read(), "<3>ERROR  net      main       a\n<7>TRACE  net      main       b\n");
     unload();
     load(target("stream=stderr,time=clock"));
-    log("hello");
+    log({"hello"});
     EXPECT_EQ(journal.read(), std::string("<6>") + kPlain);
 }
 
@@ -194,7 +194,7 @@ TEST_F(Console, LinesForAnotherStreamThanTheJournalsHaveNoPriority) {
     setenv("JOURNAL_STREAM", "8:4711", 1);
     const Redirected redirected(STDERR_FILENO, connection.input());
     load(target("stream=stderr"));
-    log("hello");
+    log({"hello"});
     EXPECT_EQ(connection.read(), kPlain);
 }
 

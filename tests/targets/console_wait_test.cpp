@@ -56,6 +56,6 @@ TEST_F(ConsoleWait, WithoutPatienceNobodyWaits) {
     fill();
     EXPECT_EQ(waits, 0);
     EXPECT_THAT(m_pipe.read(), testing::HasSubstr("number 1\n"));
-    log("after");
+    log({"after"});
     EXPECT_THAT(m_pipe.read(), testing::HasSubstr(" messages lost: "));
 }

@@ -43,7 +43,7 @@ protected:
 
 TEST_F(FileBuffer, WithoutOneEveryLineIsInTheFileAtOnce) {
     load(fileTarget("flush=always"));
-    log("a");
+    log({"a"});
     EXPECT_THAT(texts(), ElementsAre("a"));
 }
 
@@ -93,7 +93,7 @@ TEST_F(FileBuffer, IsWrittenWhenTheClockWasSetBack) {
 
 TEST_F(FileBuffer, IsWrittenWhenTheTargetIsUnloaded) {
     load(fileTarget("flush=err"));
-    log("a");
+    log({"a"});
     unload();
     EXPECT_THAT(texts(), ElementsAre("a"));
 }
@@ -120,14 +120,14 @@ TEST_F(FileBuffer, KilledProcessesLoseNothingWithoutOne) {
 TEST_F(FileBuffer, AHalfLineOfAKilledProcessStaysAlone) {
     files().write("app.log", "half");
     load(fileTarget());
-    log("a");
+    log({"a"});
     EXPECT_EQ(textOf("app.log").substr(0, 5), "half\n");
     EXPECT_THAT(texts(), ElementsAre("half", "a"));
 }
 
 TEST_F(FileBuffer, AChildLeavesTheParentsLinesToTheParent) {
     load(fileTarget("flush=err"));
-    log("parent");
+    log({"parent"});
     EXPECT_TRUE(passesInChild([this] {
         unload();
         return true;
@@ -143,9 +143,9 @@ TEST_F(FileBuffer, AChildLeavesTheParentsLinesToTheParent) {
 
 TEST_F(FileBuffer, AChildBuffersItsOwnLines) {
     load(fileTarget("flush=err"));
-    log("parent");
+    log({"parent"});
     EXPECT_TRUE(passesInChild([this] {
-        log("child");
+        log({"child"});
         const bool isBuffered = texts().empty();
         unload();
         return isBuffered;
@@ -158,9 +158,9 @@ TEST_F(FileBuffer, AChildBuffersItsOwnLines) {
 TEST_F(FileBuffer, AChildOfAChildLosesNothingEither) {
     load(fileTarget("flush=err"));
     EXPECT_TRUE(passesInChild([this] {
-        log("child");
+        log({"child"});
         const bool passed = passesInChild([this] {
-            log("grandchild");
+            log({"grandchild"});
             unload();
             return true;
         });

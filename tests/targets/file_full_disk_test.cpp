@@ -109,12 +109,12 @@ TEST_F(FileFullDisk, NobodyWritesWhileAnotherProcessTakesALineBack) {
     constexpr std::chrono::milliseconds kWait(200);
     load(target("wait=" + std::to_string(kWait.count())));
     fillDisk(0);
-    log("number 0");
+    log({"number 0"});
     freeDisk();
     const int other = open(kFile, O_WRONLY | O_CLOEXEC);
     ASSERT_EQ(flock(other, LOCK_EX), 0);
     const auto begin = std::chrono::steady_clock::now();
-    log("number 1");
+    log({"number 1"});
     EXPECT_GE(std::chrono::steady_clock::now() - begin, kWait / 2);
     EXPECT_THAT(text(), HasSubstr(" number 1\n"));
     close(other);
@@ -127,7 +127,7 @@ TEST_F(FileFullDisk, WithALimitLinesStayWholeToo) {
         log({"number " + std::to_string(i)});
     }
     freeDisk();
-    log("number 300");
+    log({"number 300"});
     expectWholeLines();
     EXPECT_THAT(text(), HasSubstr(" messages lost: No space left on device\n"));
     EXPECT_THAT(text(), HasSubstr(" number 300\n"));
@@ -167,7 +167,7 @@ TEST_F(FileFullDisk, ABufferThatCannotBeWrittenInTheEndIsALossOfItsMessages) {
     log({"number 0", 0, 3});
     fillDisk(0);
     log({std::string(kPage, 'x')});
-    log("number 2");
+    log({"number 2"});
     unload();
     EXPECT_TRUE(diagnostics().has("file-target: 2 messages lost: No space left on device"));
     EXPECT_TRUE(diagnostics().has("file-target: 1 messages written, 0 dropped, 2 failed"));

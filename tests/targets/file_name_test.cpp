@@ -31,7 +31,7 @@ protected:
 
 TEST_F(FileName, ARenamedFileIsNoticedInTheNextSecond) {
     load(fileTarget());
-    log("0");
+    log({"0"});
     move("app.log", "elsewhere");
     sayInSecond(1, "1");
     EXPECT_THAT(textsIn("elsewhere"), ElementsAre("0"));
@@ -41,7 +41,7 @@ TEST_F(FileName, ARenamedFileIsNoticedInTheNextSecond) {
 TEST_F(FileName, ARemovedFileIsMadeAgain) {
     for (const char* parameters : {"", "max_size=1k"}) {
         load(fileTarget(parameters));
-        log("0");
+        log({"0"});
         std::filesystem::remove(files().file("app.log"));
         sayInSecond(1, "1");
         EXPECT_THAT(textsIn("app.log"), ElementsAre("1"));
@@ -53,7 +53,7 @@ TEST_F(FileName, ARemovedFileIsMadeAgain) {
 TEST_F(FileName, ALinkThatTookTheFilesPlaceIsNeitherFollowedNorMoved) {
     for (const char* parameters : {"", "max_size=100"}) {
         load(fileTarget(parameters));
-        log("0");
+        log({"0"});
         move("app.log", "elsewhere");
         ASSERT_EQ(symlink(files().file("secret").c_str(), files().file("app.log").c_str()), 0);
         sayInSecond(1, "1");
@@ -71,7 +71,7 @@ TEST_F(FileName, ARemovedFileThatCannotBeMadeAgainIsALoss) {
     for (const char* parameters : {"", "max_size=1k"}) {
         std::filesystem::create_directories(files().file("inside"));
         load(fileTarget(parameters, "inside/app.log"));
-        log("0");
+        log({"0"});
         std::filesystem::remove_all(files().file("inside"));
         sayInSecond(1, "1");
         std::filesystem::create_directory(files().file("inside"));
@@ -86,7 +86,7 @@ TEST_F(FileName, ARemovedFileThatCannotBeMadeAgainIsALoss) {
 TEST_F(FileName, AProcessThatMayNotOpenTheFileAnyMoreKeepsIt) {
     for (const char* parameters : {"", "max_size=250"}) {
         load(fileTarget(parameters));
-        log("0");
+        log({"0"});
         EXPECT_TRUE(passesInChild([&] {
             return chmod(files().path().c_str(), 0700) == 0 && setgid(65534) == 0 && setuid(65534) == 0 &&
                    sayInTwoSeconds();
@@ -99,7 +99,7 @@ TEST_F(FileName, AProcessThatMayNotOpenTheFileAnyMoreKeepsIt) {
 
 TEST_F(FileName, ANewFileThatMayOnlyBeWrittenIsTaken) {
     load(fileTarget());
-    log("0");
+    log({"0"});
     move("app.log", "elsewhere");
     files().write("app.log", "");
     EXPECT_EQ(chmod(files().path().c_str(), 0755), 0);
@@ -127,7 +127,7 @@ TEST_F(FileName, AProcessThatHasChangedItsRootKeepsTheFile) {
     std::filesystem::create_directory(files().file("root"));
     for (const char* parameters : {"", "max_size=250"}) {
         load(fileTarget(parameters));
-        log("0");
+        log({"0"});
         EXPECT_TRUE(passesInChild([&] { return chroot(files().file("root").c_str()) == 0 && sayInTwoSeconds(); }));
         EXPECT_THAT(textsIn("app.log"), ElementsAre("0", "1", "2", "3", "4"));
         unload();

@@ -70,7 +70,7 @@ protected:
 TEST_F(File, AppendsLinesWithTheDate) {
     files().write("app.log", "before\n");
     load(fileTarget());
-    log("hello");
+    log({"hello"});
     EXPECT_EQ(textOf("app.log"), "before\n2024-02-29 13:04:05.000042 INFO   net      main       hello\n");
 }
 
@@ -218,7 +218,7 @@ TEST_F(File, LevelsAndComponentsAreChosen) {
 TEST_F(File, ASecondPathOfTheLibraryIsATargetOfItsOwn) {
     std::filesystem::copy_file(targetPath("file"), files().file("second.so"));
     load(fileTarget("flush=err") + "\ntarget=" + files().file("second.so") + ",file=" + files().file("second.log"));
-    log("one");
+    log({"one"});
     EXPECT_THAT(textsIn("app.log"), IsEmpty());
     EXPECT_THAT(textsIn("second.log"), ElementsAre("one"));
     unload();
@@ -228,9 +228,9 @@ TEST_F(File, ASecondPathOfTheLibraryIsATargetOfItsOwn) {
 TEST_F(File, IsOpenedAgainWhenTheProcessHasClosedItsDescriptor) {
     for (const char* parameters : {"", "max_size=1k"}) {
         load(fileTarget(parameters));
-        log("a");
+        log({"a"});
         close(descriptor());
-        log("b");
+        log({"b"});
         EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
         unload();
         std::filesystem::remove(files().file("app.log"));
@@ -244,7 +244,7 @@ TEST_F(File, ItsNumberIsNotSoonThatOfAnotherFile) {
 
 TEST_F(File, AHighNumberOfAnotherFileIsNoticedInTheNextSecond) {
     load(fileTarget());
-    log("a");
+    log({"a"});
     const int foreign = takeDescriptor();
     log({"b", 0, 6, "", "net", "main", kLeapDay + 1});
     unload();
@@ -260,7 +260,7 @@ TEST_F(File, ALowNumberOfAnotherFileIsNoticedAtOnce) {
         load(fileTarget(parameters));
         log({"a", 0, 3});
         const int foreign = takeDescriptor();
-        log("b");
+        log({"b"});
         unload();
         EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));
         EXPECT_EQ(textOf("foreign"), "");
@@ -278,10 +278,10 @@ TEST_F(File, ALateUnloadClosesNoOtherFileOfTheProcess) {
 
 TEST_F(File, AChildThatHasOtherFilesUnderItsNumbersLeavesThemAlone) {
     load(fileTarget());
-    log("a");
+    log({"a"});
     EXPECT_TRUE(passesInChild([this] {
         const int foreign = takeDescriptor();
-        log("b");
+        log({"b"});
         return textOf("foreign").empty() && close(foreign) == 0;
     }));
     EXPECT_THAT(textsIn("app.log"), ElementsAre("a", "b"));

@@ -36,8 +36,8 @@ extern "C" int nanosleep(const timespec*, timespec*) {
 
 TEST_F(TornFile, HalfALineIsEnded) {
     load(fileTarget());
-    log("a");
-    log("b");
+    log({"a"});
+    log({"b"});
     EXPECT_THAT(textOf("app.log"), StartsWith("half\n2024-02-29 "));
     EXPECT_THAT(linesOf(textOf("app.log")), SizeIs(3));
     EXPECT_EQ(pauses, 5);
@@ -46,7 +46,7 @@ TEST_F(TornFile, HalfALineIsEnded) {
 TEST_F(TornFile, ALineThatAnotherProcessIsWritingIsNotEnded) {
     duringPauses = [this] { append(pauses < 3 ? " and" : " whole\n"); };
     load(fileTarget("max_size=1k"));
-    log("a");
+    log({"a"});
     EXPECT_THAT(textOf("app.log"), StartsWith("half and and whole\n2024-02-29 "));
     EXPECT_EQ(pauses, 3);
 }
@@ -54,9 +54,9 @@ TEST_F(TornFile, ALineThatAnotherProcessIsWritingIsNotEnded) {
 TEST_F(TornFile, WithALimitHalfALineBehindOnesOwnIsEndedAtOnce) {
     files().write("app.log", "");
     load(fileTarget("max_size=1k"));
-    log("a");
+    log({"a"});
     append("half");
-    log("b");
+    log({"b"});
     EXPECT_THAT(linesOf(textOf("app.log")), ElementsAre(EndsWith(" a"), "half", EndsWith(" b")));
     EXPECT_EQ(pauses, 5);
 }
@@ -64,7 +64,7 @@ TEST_F(TornFile, WithALimitHalfALineBehindOnesOwnIsEndedAtOnce) {
 TEST_F(TornFile, WithoutALimitItIsEndedInTheNextSecond) {
     files().write("app.log", "");
     load(fileTarget());
-    log("a");
+    log({"a"});
     append("half");
     logInSecond(1, "b");
     EXPECT_THAT(linesOf(textOf("app.log")), ElementsAre(EndsWith(" a"), "half", EndsWith(" b")));
@@ -90,7 +90,7 @@ TEST_F(TornFile, ALineThatAnotherProcessIsWritingInTheMeantimeIsNotEnded) {
     for (const char* parameters : {"", "max_size=1k"}) {
         files().write("app.log", "");
         load(fileTarget(parameters));
-        log("a");
+        log({"a"});
         append("half");
         logInSecond(1, "b");
         EXPECT_THAT(linesOf(textOf("app.log")), ElementsAre(EndsWith(" a"), "half and whole", EndsWith(" b")));
@@ -103,11 +103,11 @@ TEST_F(TornFile, OnAFullDiskNobodyWaitsAgain) {
     mountSmallDisk();
     std::ofstream(disk() + "/app.log") << std::string(128 * 1024, 'x');
     load(targetPath("file") + ",file=" + disk() + "/app.log");
-    log("a");
-    log("b");
+    log({"a"});
+    log({"b"});
     EXPECT_EQ(pauses, 5);
     growDisk();
-    log("c");
+    log({"c"});
     EXPECT_EQ(pauses, 5);
     EXPECT_THAT(outputOf("tail -c 200 " + disk() + "/app.log"), EndsWith("c\n"));
     EXPECT_THAT(outputOf("grep -c . " + disk() + "/app.log"), StartsWith("3\n")); // one announces what is lost

@@ -101,7 +101,7 @@ TEST_F(LineTargets, EightThreadsWriteWholeLines) {
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([this] {
             for (int number = 0; number < kEach; ++number) {
-                log("text");
+                log({"text"});
             }
         });
     }

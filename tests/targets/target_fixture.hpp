@@ -51,7 +51,6 @@ protected:
     sorrel::CLogTargetContainer& container() { return *m_container; }
 
     void log(const TestMessage& message) { logTo(*m_container, message); }
-    void log(const char* text) { log(TestMessage{text}); }
 
     // A disk of 128 KiB in the private system.
     static std::string disk() { return "/run/disk"; }
