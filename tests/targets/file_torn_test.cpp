@@ -17,6 +17,12 @@ namespace {
 int pauses = 0;
 std::function<void()> duringPauses = [] {};
 
+int fakePause() {
+    ++pauses;
+    duringPauses();
+    return 0;
+}
+
 class TornFile : public LineTargetFixture {
 protected:
     void SetUp() override { files().write("app.log", "half"); }
@@ -29,9 +35,13 @@ protected:
 } // namespace
 
 extern "C" int nanosleep(const timespec*, timespec*) {
-    ++pauses;
-    duringPauses();
-    return 0;
+    return fakePause();
+}
+
+// What the target calls where it has chosen 64 bits for times.
+extern "C" int fakeNanosleep64(const void*, void*) __asm__("__nanosleep64");
+extern "C" int fakeNanosleep64(const void*, void*) {
+    return fakePause();
 }
 
 TEST_F(TornFile, HalfALineIsEnded) {
