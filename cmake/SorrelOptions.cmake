@@ -12,7 +12,7 @@ option(SORREL_FAST_PATH "Format plain messages without vsnprintf, and keep the p
 option(SORREL_REQUIRE_DEPENDENCIES "Fail, instead of leaving a part out, when a dependency is missing" OFF)
 option(SORREL_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 set(SORREL_SANITIZE "" CACHE STRING "Sanitizers to build everything with: address,undefined or thread")
-option(SORREL_TEST_PCH "Precompile the common headers of the tests" OFF)
+option(SORREL_TEST_UNITY "Compile several test files at once" OFF)
 option(SORREL_COVERAGE "Build for gcov" OFF)
 
 if(NOT CMAKE_BUILD_TYPE AND PROJECT_IS_TOP_LEVEL)

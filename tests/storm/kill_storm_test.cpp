@@ -2,6 +2,7 @@
 // one finds everything in order.
 #include "child_process.hpp"
 #include "dial_fixture.hpp"
+#include "shared_object.hpp"
 #include "storm_size.hpp"
 
 #include <algorithm>
@@ -13,14 +14,13 @@
 #include <gmock/gmock.h>
 #include <memory>
 #include <random>
-#include <sys/mman.h>
 
 using testing::ElementsAre;
 
 namespace {
 
-constexpr int kKills = 100;
-constexpr int kMaxDelayMicroseconds = 3000;
+constexpr int kRereadKills = 100;
+constexpr int kMaxRereadMicroseconds = 3000;
 constexpr unsigned int kDial = 5;
 
 // A line of the file target, with this text and its line feed, has 128 bytes. The kernel looks for a deadly signal
@@ -33,16 +33,6 @@ struct Progress {
     std::atomic<int> rereads{0};
     std::atomic<bool> isRereading{false};
 };
-
-struct Unmapper {
-    void operator()(Progress* progress) const { munmap(progress, sizeof *progress); }
-};
-using SharedProgress = std::unique_ptr<Progress, Unmapper>;
-
-SharedProgress makeSharedProgress() {
-    void* const memory = mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    return SharedProgress(memory != MAP_FAILED ? new (memory) Progress : nullptr);
-}
 
 void logForEver(sorrel_component* component) {
     for (;;) {
@@ -77,7 +67,7 @@ protected:
 
     // Kills a process some time after its first re-reads. Whether it was inside one.
     bool killOne() {
-        const SharedProgress progress = makeSharedProgress();
+        SharedObject<Progress> progress;
         const pid_t child = startChild([&progress]() -> bool { stormForEver(*progress); });
         EXPECT_TRUE(waitUntil([&progress] { return progress->rereads >= 2; }));
         std::this_thread::sleep_for(std::chrono::microseconds(m_delay(m_random)));
@@ -119,14 +109,14 @@ protected:
 
 private:
     std::mt19937 m_random; // not seeded: always the same delays
-    std::uniform_int_distribution<int> m_delay{0, kMaxDelayMicroseconds};
+    std::uniform_int_distribution<int> m_delay{0, kMaxRereadMicroseconds};
 };
 
 } // namespace
 
 TEST_F(KillStorm, TheNextProcessWorksAndTheLogHoldsOnlyWholeLines) {
     int insideRereads = 0;
-    const int kills = stormCount(kKills);
+    const int kills = stormCount(kRereadKills);
     for (int i = 0; i < kills && !HasFailure(); ++i) {
         insideRereads += killOne() ? 1 : 0;
         const std::size_t before = logLines().size();

@@ -1,6 +1,7 @@
 // Processes that are killed while they log into a ring: what they had finished is whole, and nothing else is shown.
 #include "child_process.hpp"
 #include "ring_fixture.hpp"
+#include "shared_object.hpp"
 #include "storm_size.hpp"
 
 #include <array>
@@ -9,27 +10,16 @@
 #include <cstdio>
 #include <filesystem>
 #include <random>
-#include <sys/mman.h>
 
 using sorrelctl::Ring;
 
 namespace {
 
-constexpr int kKills = 1000;
-constexpr int kMaxDelayMicroseconds = 1500;
+constexpr int kRingKills = 1000;
+constexpr int kMaxRingMicroseconds = 1500;
 
 // How many messages the process that is going to be killed has finished.
 using Finished = std::atomic<std::uint64_t>;
-
-struct Unmapper {
-    void operator()(Finished* finished) const { munmap(finished, sizeof *finished); }
-};
-using SharedFinished = std::unique_ptr<Finished, Unmapper>;
-
-SharedFinished makeShared() {
-    void* const memory = mmap(nullptr, sizeof(Finished), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    return SharedFinished(memory != MAP_FAILED ? new (memory) Finished(0) : nullptr);
-}
 
 class RecorderStorm : public RingFixture {
 protected:
@@ -45,7 +35,7 @@ protected:
     // The ring of a process that a signal has ended some time after a number of messages.
     Ring ringOfKilled(int signal, std::uint64_t after, std::uint64_t& finished) {
         std::filesystem::remove(path("ring"));
-        const SharedFinished shared = makeShared();
+        SharedObject<Finished> shared;
         const pid_t child = startChild([&]() -> bool { logForEver(*shared); });
         EXPECT_TRUE(waitUntil([&] { return *shared >= after; }));
         std::this_thread::sleep_for(std::chrono::microseconds(m_delay(m_random)));
@@ -70,13 +60,13 @@ protected:
 
 private:
     std::mt19937 m_random; // not seeded: always the same delays
-    std::uniform_int_distribution<int> m_delay{0, kMaxDelayMicroseconds};
+    std::uniform_int_distribution<int> m_delay{0, kMaxRingMicroseconds};
 };
 
 } // namespace
 
 TEST_F(RecorderStorm, WhatWasFinishedBeforeAKillIsWhole) {
-    const int kills = stormCount(kKills);
+    const int kills = stormCount(kRingKills);
     int torn = 0;
     int laps = 0;
     for (int i = 0; i < kills && !HasFailure(); ++i) {

@@ -16,6 +16,8 @@
 #include <utility>
 #include <vector>
 
+constexpr char kNullByte = '\0';
+
 using CfreadEntries = std::vector<std::pair<std::string, std::string>>;
 
 struct CfreadResult {

@@ -120,6 +120,9 @@ inline std::string targetLine(const std::string& plugin, const std::string& para
     return "target=" + pluginPath(plugin) + (parameters.empty() ? "" : "," + parameters) + "\n";
 }
 
+// A line that the reader gives up at.
+inline const std::string kTooLongLine = "k=" + std::string(256, 'v') + "\n";
+
 // How many bytes could be read from a descriptor now.
 inline int bytesWaiting(int fd) {
     int count = -1;

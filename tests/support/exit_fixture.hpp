@@ -26,7 +26,7 @@ struct LastWords {
 
 inline LastWords lastWords;
 
-inline sorrel_component* net = nullptr;
+inline sorrel_component* netComponent = nullptr;
 
 inline void expectAtExit(bool condition, const char* what) {
     if (!condition) {
@@ -36,18 +36,18 @@ inline void expectAtExit(bool condition, const char* what) {
 }
 
 inline void say(const char* text) {
-    _sorrel(net, SR_INFO, "%s", text);
+    _sorrel(netComponent, SR_INFO, "%s", text);
 }
 
 inline void logInEveryWay() {
     say("late");
-    sor_syslog(net, SR_INFO, "late");
-    sorrel_dump(net, SR_INFO, "late", 4);
-    sorrel_init(net, "late");
+    sor_syslog(netComponent, SR_INFO, "late");
+    sorrel_dump(netComponent, SR_INFO, "late", 4);
+    sorrel_init(netComponent, "late");
     sorrel_init_nosorrel("late");
-    sorrel_enter_function(net, "late");
-    sorrel_leave_function(net);
-    sorrel_done(net);
+    sorrel_enter_function(netComponent, "late");
+    sorrel_leave_function(netComponent);
+    sorrel_done(netComponent);
 }
 
 inline void expectNothingIsFound() {
@@ -59,14 +59,14 @@ inline void expectNothingIsFound() {
     expectAtExit(descriptions.empty(), "descriptions");
     expectAtExit(sorrel::sorrel_get_component_by_name("net") == nullptr, "component by name");
     expectAtExit(sorrel::sorrel_get_component_level("net") == 0, "component level");
-    expectAtExit(sorrel::sorrel_get_name_by_component(net) == "net", "name by component");
+    expectAtExit(sorrel::sorrel_get_name_by_component(netComponent) == "net", "name by component");
 }
 
 inline void expectNothingIsChanged() {
-    const unsigned int mask = net->mask;
+    const unsigned int mask = netComponent->mask;
     sorrel::sorrel_set_component_level("net", 1);
     expectAtExit(CSorrel::getInstance()->updateComponentLevel("net", "1") == 0, "update of a level");
-    expectAtExit(net->mask == mask, "mask");
+    expectAtExit(netComponent->mask == mask, "mask");
     expectAtExit(sorrel_create_component("late", SR_INFO, "") == &CSorrel::ms_OOMFallbackComp, "creation");
     expectAtExit(std::string(sorrel_set_applicationname("late")) == "late", "application name");
     expectAtExit(std::string(sorrel_set_applicationname_nosorrel("late")) == "late", "plain application name");
@@ -118,7 +118,7 @@ protected:
     // In the child of a death test: the calls of the targets go to its standard error from now on.
     static void start() {
         alarm(kChildPatienceSeconds);
-        net = buildLogger();
+        netComponent = buildLogger();
         CSorrel::getInstance_NoSorrel();
         journal::clear();
         journal::echoTo(STDERR_FILENO);

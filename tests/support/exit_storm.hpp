@@ -41,7 +41,7 @@ protected:
     }
 
     static void build() {
-        net = buildLogger();
+        netComponent = buildLogger();
         CSorrel::getInstance_NoSorrel();
     }
 

@@ -9,6 +9,7 @@
 #include <sorrel/log_target_container.hpp>
 
 #include <chrono>
+#include <gtest/gtest.h>
 #include <string>
 
 // A container of its own, with one target or more. The directory is where its configuration lies.
@@ -28,6 +29,14 @@ public:
 
     void say(const TestMessage& message) { logTo(m_container, message); }
     void say(const std::string& text) { say(TestMessage{text}); }
+
+    // A call takes 100 ms at most. What is allowed is far beyond what a busy machine adds to that, and far below a call
+    // that hangs.
+    void sayInTime(const std::string& text) {
+        const auto begin = std::chrono::steady_clock::now();
+        say(text);
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+    }
 
     // Says something new until it is seen, since a service that was slow may still lose some. All that was said before
     // has then arrived, or is said to be lost. Returns how many messages it took, 0 when none was seen.

@@ -1,7 +1,7 @@
 // The file target, and when it writes: at once, or what has gathered. What becomes of it in children.
 #include "child_process.hpp"
 #include "line_target_fixture.hpp"
-#include "shared_counter.hpp"
+#include "shared_object.hpp"
 
 #include <gmock/gmock.h>
 
@@ -102,7 +102,7 @@ TEST_F(FileBuffer, KilledProcessesLoseNothingWithoutOne) {
     constexpr unsigned int kEnough = 200;
     for (int round = 0; round < 20; ++round) {
         files().write("app.log", "");
-        SharedCounter written;
+        SharedObject<std::atomic<unsigned int>> written;
         const pid_t child = startChild([&] {
             load(fileTarget());
             for (;; ++*written) {

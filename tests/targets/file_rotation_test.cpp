@@ -2,7 +2,7 @@
 #include "child_process.hpp"
 #include "line_target_fixture.hpp"
 #include "proc_self.hpp"
-#include "shared_counter.hpp"
+#include "shared_object.hpp"
 #include "watchdog.hpp"
 
 #include <gmock/gmock.h>
@@ -59,7 +59,7 @@ protected:
     // Two processes at a time write words, and every word is in one of the files afterwards.
     void expectTwoProcessesToShareFiles(const std::string& parameters, std::uintmax_t limit) {
         constexpr int kWords = 1000;
-        SharedCounter ready;
+        SharedObject<std::atomic<unsigned int>> ready;
         configure("target=" + fileTarget(parameters) + "\n"); // here, for each would find it half written by the other
         const auto writeAs = [&](const std::string& name) {
             return startChild([&, name] {

@@ -2,12 +2,11 @@
 #ifndef SORREL_TESTS_TARGET_FIXTURE_HPP
 #define SORREL_TESTS_TARGET_FIXTURE_HPP
 
+#include "command_output.hpp"
 #include "container_fixture.hpp"
 #include "test_message.hpp"
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
@@ -15,19 +14,6 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
-
-// What a command prints. It has to succeed.
-inline std::string outputOf(const std::string& command) {
-    FILE* const pipe = popen(command.c_str(), "re");
-    std::string output;
-    std::array<char, 4096> buffer{};
-    for (std::size_t count = 1; count > 0;) {
-        count = std::fread(buffer.data(), 1, buffer.size(), pipe);
-        output.append(buffer.data(), count);
-    }
-    EXPECT_EQ(pclose(pipe), 0) << command << "\n" << output;
-    return output;
-}
 
 // A container with the targets of a configuration, and a small disk.
 class TargetFixture : public ContainerFixture {

@@ -10,8 +10,6 @@ using testing::IsEmpty;
 
 namespace {
 
-constexpr char kNullByte = '\0';
-
 class CfreadErrors : public CfreadReportFixture {
 protected:
     // Expects both modes to fail on a file of this name with this message.

@@ -10,7 +10,6 @@ using testing::Pair;
 namespace {
 
 constexpr int kReportEmpty = 1;
-constexpr char kNullByte = '\0';
 
 using CfreadSyntax = CfreadFixture;
 

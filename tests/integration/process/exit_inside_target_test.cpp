@@ -163,7 +163,7 @@ TEST_F(ExitInsideTarget, WhileAThreadIsStuckInATargetLeavesThatTargetAlone) {
 TEST_F(ExitInsideTarget, WhileThreadsLogEndsTheProcess) {
     for (int i = 0; i < 50; ++i) {
         const pid_t child = startChild([] {
-            net = buildLogger();
+            netComponent = buildLogger();
             std::atomic<int> logged{0};
             for (int k = 0; k < 4; ++k) {
                 std::thread([&logged] {

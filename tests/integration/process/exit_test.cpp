@@ -105,11 +105,11 @@ TEST_F(Exit, ThreadLocalsOfTheExitingThreadStillLog) {
 }
 
 TEST_F(Exit, ThreadLocalsOfAThreadLogWithoutItsRecord) {
-    net = buildLogger();
+    netComponent = buildLogger();
     std::thread([] {
         lastWordsOfThread.speak = [] { say("good bye"); };
         sorrel_init_nosorrel("named");
-        sorrel_enter_function(net, "function");
+        sorrel_enter_function(netComponent, "function");
         say("first");
     }).join();
     const std::vector<PluginEvent> messages = messagesOf("recording");

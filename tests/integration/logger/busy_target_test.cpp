@@ -14,12 +14,12 @@ namespace {
 
 // Set when a test begins; called inside each operation, but not inside itself. Never destroyed, as what it refers to:
 // the worker may still be in an operation when the test is over.
-auto& action = *new std::function<void(const std::string&)>([](const std::string&) {});
+auto& doInOperation = *new std::function<void(const std::string&)>([](const std::string&) {});
 
 void act(const std::string& kind) {
     thread_local bool acting = false;
     if (!std::exchange(acting, true)) {
-        action(kind);
+        doInOperation(kind);
         acting = false;
     }
 }
@@ -56,7 +56,7 @@ private:
 } // namespace
 
 TEST_F(BusyTarget, MayCreateComponentsInEachOperation) {
-    action = [](const std::string& kind) {
+    doInOperation = [](const std::string& kind) {
         const sorrel_component* const component = sorrel_create_component(("by " + kind).c_str(), SR_INFO, "8=ERR");
         EXPECT_EQ(sorrel::sorrel_get_component_by_name("by " + kind), component);
     };
@@ -70,7 +70,7 @@ TEST_F(BusyTarget, MayCreateComponentsInEachOperation) {
 }
 
 TEST_F(BusyTarget, MayLogInEachOperation) {
-    action = [](const std::string& kind) {
+    doInOperation = [](const std::string& kind) {
         static sorrel_component own{"own", 0xffffffffU, {}};
         _sorrel(&own, SR_INFO, "by %s", kind.c_str());
     };
@@ -82,7 +82,7 @@ TEST_F(BusyTarget, MayLogInEachOperation) {
 
 TEST_F(BusyTarget, MayNameTheApplicationInEachOperation) {
     static auto& named = *new std::vector<std::string>;
-    action = [](const std::string& kind) {
+    doInOperation = [](const std::string& kind) {
         if (std::find(named.begin(), named.end(), kind) == named.end()) {
             named.push_back(kind);
             EXPECT_STREQ(sorrel_set_applicationname(("by " + kind).c_str()), ("by " + kind).c_str());

@@ -33,8 +33,6 @@ private:
     OpenContainer m_container;
 };
 
-const std::string kTooLongLine = "k=" + std::string(256, 'v') + "\n";
-
 } // namespace
 
 TEST_F(ConfigSweep, ARemovedLineUnloadsItsTargetWithAMessage) {
