@@ -46,6 +46,7 @@ Count* theCount = nullptr;
 failingCalls::Fault theFault;
 thread_local bool isWalking __attribute__((tls_model("initial-exec"))) = false;
 thread_local bool isPastStart __attribute__((tls_model("initial-exec"))) = false;
+thread_local bool hasFailedHere __attribute__((tls_model("initial-exec"))) = false;
 
 // The only thread that takes no signals.
 bool isWorker() {
@@ -158,6 +159,7 @@ bool failingCalls::failsNow(const char* function) {
     errno = fails ? theFault.error : before;
     if (fails) {
         theCount->hasFailed = true;
+        hasFailedHere = true;
         report("failed once");
     }
     return fails;
@@ -170,8 +172,9 @@ void* failingCalls::realFunction(const char* name) {
     return realDlsym(RTLD_NEXT, name);
 }
 
+// The call of the worker may have failed just before the counting ended, and be reported just after that.
 void failingCalls::noteMessage(int priority, const char* format, va_list args) {
-    if (theCount != nullptr && theCount->on && priority <= LOG_WARNING) {
+    if (theCount != nullptr && (theCount->on || hasFailedHere) && priority <= LOG_WARNING) {
         writeLine("logged ", format, args);
     }
 }
