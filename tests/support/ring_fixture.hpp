@@ -3,6 +3,7 @@
 #define SORREL_TESTS_RING_FIXTURE_HPP
 
 #include "container_fixture.hpp"
+#include "test_message.hpp"
 
 #include <sorrel/component.hpp>
 #include <sorrelctl/ring_reader.hpp>
@@ -11,7 +12,6 @@
 #include <memory>
 #include <set>
 #include <string>
-#include <unistd.h>
 #include <utility>
 
 class RingFixture : public ContainerFixture {
@@ -20,7 +20,7 @@ protected:
 
     using Container = std::unique_ptr<sorrel::CLogTargetContainer>;
 
-    static std::string library() { return SORREL_TEST_TARGET_DIR "/sorrel-recorder.so"; }
+    static std::string library() { return targetPath("recorder"); }
 
     std::string path(const std::string& name) { return files().file(name); }
 
@@ -41,8 +41,11 @@ protected:
     Container openSmall(const std::string& name) { return open("file=" + path(name) + ",size=64k"); }
 
     static void log(sorrel::CLogTargetContainer& container, const std::string& text,
-                    const std::string& component = "net", sorrel_level level = {6, 0x40}) {
-        container.log(getpid(), 0, 1709211845, 42, &level, "main", component, "", text);
+                    const std::string& component = "net", int numeric = 6) {
+        TestMessage message{text};
+        message.component = component;
+        message.numeric = numeric;
+        logTo(container, message);
     }
 
     sorrelctl::Ring read(const std::string& name) { return sorrelctl::readRing(sorrelctl::readFile(path(name))); }

@@ -28,8 +28,7 @@ protected:
     static void say(sorrel::CLogTargetContainer& container, int seconds, int numeric, int depth,
                     const std::string& thread, const std::string& component, const std::string& function,
                     const std::string& text) {
-        sorrel_level level = {numeric, 1U << static_cast<unsigned int>(numeric)};
-        container.log(4711, depth, 1709211800 + seconds, 5, &level, thread, component, function, text);
+        logTo(container, {text, depth, numeric, function, component, thread, kLeapDay - 45 + seconds, 5, 4711});
     }
 
     // Runs "sorrelctl ARGUMENTS".

@@ -168,9 +168,9 @@ TEST_F(Recorder, WhenTheTableIsFullMessagesAreKeptAllTheSame) {
 
 TEST_F(Recorder, LevelsAndComponentsAreChosen) {
     const Container container = open("file=" + path("ring") + ",size=64k,levels=err,components=n*");
-    log(*container, "a", "net", {3, 0x8});
+    log(*container, "a", "net", 3);
     log(*container, "b", "net");
-    log(*container, "c", "disk", {3, 0x8});
+    log(*container, "c", "disk", 3);
     EXPECT_THAT(textsOf(read("ring")), ElementsAre("a"));
 }
 
