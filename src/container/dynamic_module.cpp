@@ -41,6 +41,7 @@ CDynamicModule::~CDynamicModule() {
                          error != nullptr ? error : "<null>", std::strerror(closeErrno), m_libPath.c_str());
     }
     m_handle = nullptr;
+    callHook(librariesChangedHook);
 }
 
 int CDynamicModule::load(void* argument) {
@@ -56,9 +57,7 @@ int CDynamicModule::load(void* argument) {
                          std::strerror(errno));
         return -1;
     }
-    if (auto* const hook = libraryLoadedHook.load()) {
-        hook();
-    }
+    callHook(librariesChangedHook);
     sorrel_tangleLog(LOG_DEBUG, "opened shared library \"%s\"", m_libPath.c_str());
     if (auto* const init = findFunction<void(void*)>(m_handle, "dynamic_module_init")) {
         sorrel_tangleLog(LOG_DEBUG, "calling init function for shared library \"%s\"", m_libPath.c_str());

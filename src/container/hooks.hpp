@@ -6,8 +6,14 @@
 
 namespace sorrel {
 
-// Called, unless null, after each library that was opened, on the opening thread.
-inline std::atomic<void (*)()> libraryLoadedHook{nullptr};
+// Called, unless null, after each library that was opened or closed, on the thread that did it.
+inline std::atomic<void (*)()> librariesChangedHook{nullptr};
+
+inline void callHook(const std::atomic<void (*)()>& hook) {
+    if (auto* const function = hook.load()) {
+        function();
+    }
+}
 
 // Called, unless null, at the start of each worker, before it takes a lock.
 inline std::atomic<void (*)()> workerStartedHook{nullptr};

@@ -30,14 +30,18 @@ std::atomic<CSorrel*> plainLogger{nullptr};
 std::atomic<std::uintptr_t> exitHandler{0}; // the handler's number, by which it can be taken away; 0 for none
 thread_local bool handlerIsLeaving = false; // it is called although the process does not end
 
-void endConfiguredLogger(void* /*unused*/) {
-    if (!handlerIsLeaving) {
-        configuredSlot.end();
-    }
+void endConfiguredLogger() {
+    configuredSlot.end();
 }
 
 void endPlainLogger() {
     plainSlot.end();
+}
+
+void handleExit(void* /*unused*/) {
+    if (!handlerIsLeaving) {
+        endConfiguredLogger();
+    }
 }
 
 void* handleOf(std::uintptr_t number) {
@@ -53,25 +57,28 @@ void removeExitHandler(std::uintptr_t number) {
     }
 }
 
-// Registers the exit handler once more, behind all others, and takes the former one away: left where it is, it would
-// never be given back. False when there is no memory.
-bool moveExitHandler() {
+// Puts the exit handler behind all others: takes it away, and registers it anew. In this order, since the C library
+// uses a place again only when none behind it is in use. Of threads that do it at once, the last number stays.
+void moveExitHandler() {
     static std::atomic<std::uintptr_t> lastNumber{0};
     const std::uintptr_t number = ++lastNumber;
-    if (abi::__cxa_atexit(endConfiguredLogger, nullptr, handleOf(number)) != 0) {
-        return false;
+    removeExitHandler(exitHandler.exchange(0));
+    if (abi::__cxa_atexit(handleExit, nullptr, handleOf(number)) != 0) {
+        return; // the logger is then ended as the first that was registered
     }
     std::uintptr_t former = exitHandler;
     while (former < number && !exitHandler.compare_exchange_weak(former, number)) {
     }
     removeExitHandler(std::min(former, number));
-    return true;
 }
 
 // The static objects of a library that was loaded after the logger was built would be destroyed before the logger,
-// whose target may use them: so the logger is to be ended before them.
-void onLibraryLoaded() {
-    moveExitHandler();
+// whose target may use them: so the logger is to be ended before them. A library that is gone leaves its places free:
+// without a move they would stay so, and the handlers of libraries that come and go would take more and more memory.
+void onLibrariesChanged() {
+    if (!configuredSlot.hasEnded()) {
+        moveExitHandler();
+    }
 }
 
 // The record's first use takes the loader's lock. When a target logs during a re-read the container's mutex is held,
@@ -92,10 +99,8 @@ CSorrel* LoggerSlot::build() {
     }
     prepareForForks();
     sorrel::workerStartedHook = onWorkerStarted;
-    sorrel::libraryLoadedHook = onLibraryLoaded;
-    if (!registerForExit()) {
-        throw std::bad_alloc();
-    }
+    sorrel::librariesChangedHook = onLibrariesChanged;
+    registerForExit();
     m_begun = true;
     try {
         new (m_storage) CSorrel(m_configured);
@@ -103,13 +108,21 @@ CSorrel* LoggerSlot::build() {
         m_begun = false; // the handler stays, and finds nothing to end
         throw;
     }
-    registerForExit(); // once more, behind the static objects that were made meanwhile
+    if (m_configured) { // once more, behind the static objects that were made meanwhile
+        moveExitHandler();
+    } else {
+        std::atexit(endPlainLogger);
+    }
     m_published.store(stored(), std::memory_order_release);
     return stored();
 }
 
-bool LoggerSlot::registerForExit() const {
-    return m_configured ? moveExitHandler() : std::atexit(endPlainLogger) == 0;
+// For good: the logger is ended even while the handler that can be moved is away.
+void LoggerSlot::registerForExit() {
+    if (!m_registered && std::atexit(m_configured ? endConfiguredLogger : endPlainLogger) != 0) {
+        throw std::bad_alloc();
+    }
+    m_registered = true;
 }
 
 // With exit() called while the logger is being built, it is marked as gone but otherwise left as it stands.

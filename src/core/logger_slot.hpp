@@ -25,6 +25,7 @@ public:
 
     // Ends the logger, if it was built and was not ended before. What a target throws then ends the process.
     void end() noexcept;
+    bool hasEnded() const { return m_ended; }
 
     // For fork.cpp, which holds the mutex.
     std::recursive_mutex& mutex() { return m_mutex; }
@@ -34,11 +35,12 @@ public:
 private:
     CSorrel* stored() { return std::launder(static_cast<CSorrel*>(static_cast<void*>(m_storage))); }
     CSorrel* build();
-    bool registerForExit() const;
+    void registerForExit();
 
     const bool m_configured;
     std::atomic<CSorrel*>& m_published;
     std::recursive_mutex m_mutex; // held while the logger is built
+    bool m_registered = false;    // for the end of the process
     std::atomic<bool> m_begun{false};
     std::atomic<bool> m_ended{false};
     alignas(CSorrel) unsigned char m_storage[sizeof(CSorrel)] = {};

@@ -23,7 +23,8 @@ foreach(compiler g++ clang++-14)
     endforeach()
 endforeach()
 
-# The names do not depend on the compiler, nor on the optimisation.
+# The names do not depend on the compiler, nor on the optimisation. Builds without it are those of dev and clang, whose
+# names are compared above.
 if(NOT CMAKE_CROSSCOMPILING)
     foreach(compiler g++ clang++-14)
         sorrel_tree_test(abi ExportedNames.${compiler}-O2

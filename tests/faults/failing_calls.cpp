@@ -131,6 +131,7 @@ void failingCalls::choose(const Fault& fault) {
 }
 
 void failingCalls::setCounting(bool on) {
+    hasFailedHere = false; // this thread has reported it
     theCount->on = on;
 }
 

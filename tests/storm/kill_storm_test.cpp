@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <memory>
 #include <random>
 
 using testing::ElementsAre;

@@ -8,7 +8,7 @@
 #include <system_error>
 #include <type_traits>
 
-// Make it before the children. It needs nobody who destroys it.
+// Make it before the children. It is never destroyed, only unmapped.
 template <typename T>
 class SharedObject {
     static_assert(std::is_trivially_destructible_v<T>);

@@ -28,7 +28,8 @@ protected:
     static void say(sorrel::CLogTargetContainer& container, int seconds, int numeric, int depth,
                     const std::string& thread, const std::string& component, const std::string& function,
                     const std::string& text) {
-        logTo(container, {text, depth, numeric, function, component, thread, kLeapDay - 45 + seconds, 5, 4711});
+        constexpr long long kBegin = 1709211800; // 13:03:20 on that day
+        logTo(container, {text, depth, numeric, function, component, thread, kBegin + seconds, 5, 4711});
     }
 
     // Runs "sorrelctl ARGUMENTS".

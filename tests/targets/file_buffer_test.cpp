@@ -3,6 +3,7 @@
 #include "line_target_fixture.hpp"
 #include "shared_object.hpp"
 
+#include <atomic>
 #include <gmock/gmock.h>
 
 #include <csignal>

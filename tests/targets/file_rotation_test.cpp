@@ -5,6 +5,7 @@
 #include "shared_object.hpp"
 #include "watchdog.hpp"
 
+#include <atomic>
 #include <gmock/gmock.h>
 
 #include <fcntl.h>
