@@ -158,9 +158,7 @@ void CLogTargetContainer::outerThreadStartup(CLogTargetContainer* container) {
 }
 
 int CLogTargetContainer::threadStartup() {
-    if (auto* const hook = workerStartedHook.load()) {
-        hook();
-    }
+    callHook(workerStartedHook);
     if (m_rereadFirst) {
         m_rereadFirst = false;
         swallowExceptions([this] { onCfgUpdate(); });
