@@ -6,6 +6,12 @@
 
 namespace {
 
+// The names of a component's bits would be added again by each creation.
+sorrel_component* sameComponentEachTime() {
+    sorrel_component* const known = sorrel::sorrel_get_component_by_name("static_object");
+    return known != nullptr ? known : sorrel_create_component("static_object", SR_ALL, "64=INFO");
+}
+
 struct StaticObject {
     StaticObject() = default;
     StaticObject(const StaticObject&) = delete;
@@ -18,7 +24,7 @@ StaticObject staticObject;
 class FarewellTarget : public JournalTarget {
 public:
     explicit FarewellTarget(const PluginEvent& creation)
-        : JournalTarget(creation), m_component(sorrel_create_component("static_object", SR_ALL, "64=INFO")) {}
+        : JournalTarget(creation), m_component(sameComponentEachTime()) {}
     FarewellTarget(const FarewellTarget&) = delete;
     FarewellTarget& operator=(const FarewellTarget&) = delete;
     ~FarewellTarget() override { _sorrel(m_component, SR_INFO, "farewell"); }

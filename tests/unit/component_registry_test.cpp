@@ -86,7 +86,7 @@ TEST_F(ComponentRegistry, KeepsASecondComponentWithoutDescriptionsOutOfTheRegist
     EXPECT_THAT(names(), ElementsAre("a"));
 }
 
-TEST_F(ComponentRegistry, DescriptionsForAKnownNameAreAppendedAndTheLevelIsNotUsed) {
+TEST_F(ComponentRegistry, KeepsAppendingDescriptionsForAKnownNameWithoutUsingTheLevel) {
     sorrel_component* const component = logger.createComponent("net", SR_ERR, "1=B");
     EXPECT_EQ(logger.createComponent("net", SR_DEBUG, "4=A,1=B"), component);
     EXPECT_EQ(component->mask, 0x8U);
