@@ -7,6 +7,7 @@
 #include <atomic>
 #include <future>
 
+using testing::EndsWith;
 using testing::Eq;
 using testing::ExitedWithCode;
 
@@ -158,6 +159,21 @@ TEST_F(ExitInsideTarget, WhileAThreadIsStuckInATargetLeavesThatTargetAlone) {
             std::exit(EXIT_SUCCESS);
         },
         ExitedWithCode(0), Eq("recording log stuck\nrecording_b factory\nrecording_b destroy\nrecording_b done\n"));
+}
+
+TEST_F(ExitInsideTarget, WhileAThreadIsStuckInATargetAndNobodyWatchesLeavesThatTargetAlone) {
+    removeConfiguration();
+    configureApp("player", target("recording") + target("recording_b"));
+    EXPECT_EXIT(
+        {
+            start();
+            sorrel_set_applicationname("player");
+            expectAtExit(noThreadWaitsForEvents(), "there is no worker");
+            leaveThreadInsideTarget();
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0),
+        EndsWith("recording log stuck\nrecording_b factory\nrecording_b destroy\nrecording_b done\n"));
 }
 
 TEST_F(ExitInsideTarget, WhileThreadsLogEndsTheProcess) {

@@ -44,6 +44,21 @@ TEST_F(Exit, HandlersMayCallEverythingAfterTheLogger) {
         ExitedWithCode(0), Eq(std::string(kReleased) + "all silent\n"));
 }
 
+TEST_F(Exit, EndsThePlainLoggerToo) {
+    EXPECT_EXIT(
+        {
+            start();
+            lastWords.speak = [] {
+                CSorrel& plain = *CSorrel::getInstance_NoSorrel();
+                expectAtExit(plain.createComponent("late", SR_INFO, "") == &CSorrel::ms_OOMFallbackComp, "creation");
+                expectAtExit(plain.getComponentByName("late") == nullptr, "component by name");
+                std::fputs("gone\n", stderr);
+            };
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), EndsWith("gone\n"));
+}
+
 TEST_F(Exit, NoThreadAndNoDescriptorOfTheLoggerIsLeft) {
     EXPECT_EXIT(
         {
