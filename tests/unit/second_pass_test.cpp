@@ -153,7 +153,7 @@ TEST_P(Escaped, IsPrintedAsItStands) {
 INSTANTIATE_TEST_SUITE_P(SecondPassPosition, Escaped,
                          testing::Values("%1$d", "%2$q", "%1$", "%1$s and %1$s", "%2$5.3f", "%1$n", "%1$m", "%1$y",
                                          "%1$*2$d", "%*1$d", "%.*1$f", "%01$d", "%0$d", "%999999999999$d", "%1$hhd",
-                                         "%1$%", "%1$%d", "%1$%s", "%1$5%n"));
+                                         "%1$%", "%1$%d", "%1$%s", "%1$5%n", "%*1$%d", "%.*1$%d"));
 INSTANTIATE_TEST_SUITE_P(SecondPassWidthOfSomethingUnknown, Escaped,
                          testing::Values("%*", "%*y", "%.*", "%*m", "%*.*k", "%*%", "%*%d", "%.*%n", "%*%s"));
 

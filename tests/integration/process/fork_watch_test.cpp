@@ -70,6 +70,18 @@ TEST_F(ForkWatch, ChildWatchesTheFileOfTheApplication) {
     }));
 }
 
+TEST_F(ForkWatch, ChildWithoutANameWatchesTheFileOfAll) {
+    turnDialOf("", 4); // nobody's
+    build();
+    EXPECT_TRUE(passesInChild([this] {
+        turnDial(2);
+        say("from the child");
+        const bool gotFirst = readsDial(2);
+        turnDial(3);
+        return gotFirst && readsDial(3);
+    }));
+}
+
 TEST_F(ForkWatch, ChildOfAChildThatDidNotLogArmsItsOwnWatch) {
     build();
     EXPECT_TRUE(passesInChild([this] {
