@@ -70,7 +70,7 @@ public:
     }
 
     // A path that has to be there, or a pattern of paths. A relative one is made absolute, so that it leads to the same
-    // place wherever the process goes.
+    // place wherever the process goes; not where the process cannot reach its directory from the root.
     std::string path(const std::string& name) { return absolutePath(name, text(name)); }
 
     std::string path(const std::string& name, const std::string& otherwise) {
@@ -180,7 +180,9 @@ private:
         if (path.empty()) {
             refuse(name, path, "is no path");
         }
-        return std::filesystem::absolute(path).string();
+        std::error_code unreachable; // where the process may not pass the directories above, or its own is gone
+        const std::filesystem::path here = std::filesystem::current_path(unreachable);
+        return std::filesystem::equivalent(here, ".", unreachable) ? (here / path).string() : path;
     }
 
     void readFile(const std::string& path) {

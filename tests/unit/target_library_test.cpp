@@ -1,4 +1,5 @@
 // What the helper for authors of targets makes of a class: the factory, and the reader of parameters.
+#include "child_process.hpp"
 #include "temp_dir.hpp"
 #include "verbose_diagnostics.hpp"
 
@@ -7,6 +8,8 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using testing::IsEmpty;
 using testing::Not;
@@ -190,6 +193,30 @@ TEST_F(TargetLibrary, ARelativePathBeginsWhereTheProcessIs) {
     }
     m_factory.destroyObject(create({{"bell", "loud"}}));
     EXPECT_EQ(lastRead.way, here + "/home");
+}
+
+TEST_F(TargetLibrary, ARelativePathIsLeftAloneWhereTheProcessMayNotPassTheDirectoriesAbove) {
+    const TempDir closed;
+    std::filesystem::create_directory(closed.file("inside"));
+    EXPECT_TRUE(passesInChild([&] {
+        std::filesystem::current_path(closed.file("inside"));
+        const bool mayNotPass =
+            chmod(closed.path().c_str(), 0) == 0 && (geteuid() != 0 || (setgid(65534) == 0 && setuid(65534) == 0));
+        create({{"bell", "loud"}, {"way", "b.%p"}});
+        return mayNotPass && lastRead.way == "b.%p";
+    }));
+    EXPECT_EQ(chmod(closed.path().c_str(), 0700), 0);
+}
+
+TEST_F(TargetLibrary, ARelativePathIsLeftAloneWhereTheDirectoryIsGone) {
+    const TempDir directory;
+    std::filesystem::create_directory(directory.file("gone"));
+    EXPECT_TRUE(passesInChild([&] {
+        std::filesystem::current_path(directory.file("gone"));
+        std::filesystem::remove(directory.file("gone"));
+        create({{"bell", "loud"}, {"way", "b.%p"}});
+        return lastRead.way == "b.%p";
+    }));
 }
 
 TEST_F(TargetLibrary, AnEmptyPathRefusesTheTarget) {
