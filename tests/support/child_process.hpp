@@ -10,9 +10,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// Whether a child may allocate memory when other threads of its parent did so at the moment of the fork. The address
-// sanitizer's allocator leaves its locks in the child as those threads held them.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SORREL_TESTS_ALLOCATOR_IGNORES_FORK
+#endif
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SORREL_TESTS_ALLOCATOR_IGNORES_FORK
+#endif
+
+// Whether a child may allocate memory when other threads of its parent did so at the moment of the fork. The allocators
+// of the address and the thread sanitizer leave their locks in the child as those threads held them.
+#ifdef SORREL_TESTS_ALLOCATOR_IGNORES_FORK
 constexpr bool kChildrenMayAllocate = false;
 #else
 constexpr bool kChildrenMayAllocate = true;
@@ -46,16 +54,22 @@ inline void letOtherThreadsSettle() {
     }
 }
 
-// Forks a child that does one thing and ends at once: with kChildPassed when that returned true.
+// Forks a child that does one thing and ends at once: with kChildPassed when that returned true. Whatever the other
+// threads do at that moment.
 template <class Function>
-pid_t startChild(Function function) {
-    letOtherThreadsSettle();
+pid_t startChildAtOnce(Function function) {
     const pid_t child = fork();
     if (child == 0) {
         alarm(kChildPatienceSeconds);
         _exit(function() ? kChildPassed : 1);
     }
     return child;
+}
+
+template <class Function>
+pid_t startChild(Function function) {
+    letOtherThreadsSettle();
+    return startChildAtOnce(function);
 }
 
 template <class Function>

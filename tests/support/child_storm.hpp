@@ -18,13 +18,13 @@ public:
 
     explicit ChildStorm(std::size_t atATime) : m_atATime(atATime) {}
 
-    // As ::startChild; waits first, while as many children run as may.
+    // As ::startChildAtOnce; waits first, while as many children run as may.
     template <class Function>
     void start(const std::string& kind, Function function) {
         while (m_running.size() >= m_atATime) {
             endOldest();
         }
-        m_running.emplace_back(kind, startChild(function));
+        m_running.emplace_back(kind, startChildAtOnce(function));
     }
 
     // Waits for all.
