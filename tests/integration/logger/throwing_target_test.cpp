@@ -213,7 +213,7 @@ TEST_P(ThrowingOnTheWorker, IsSwallowedAndTheNextRewriteIsReRead) {
     for (int i = 1; i <= 3; ++i) {
         configure(targetLine("recording") + line + "component=net,1\n");
         ASSERT_TRUE(waitForWorkerRereads(container, 2 * i - 1));
-        EXPECT_TRUE(isLockFree(*container));
+        EXPECT_TRUE(waitUntil([&] { return isLockFree(*container); }));
         configure(targetLine("recording"));
         ASSERT_TRUE(waitForWorkerRereads(container, 2 * i));
     }
