@@ -66,6 +66,7 @@ pid_t startChildAtOnce(Function function) {
     return child;
 }
 
+// The same, when the other threads have settled.
 template <class Function>
 pid_t startChild(Function function) {
     letOtherThreadsSettle();
