@@ -54,7 +54,7 @@ public:
 
 private:
     static std::string pattern(sorrel::TargetParameters& parameters) {
-        return parameters.path("file", "/run/sorrel/%a-%p.ring");
+        return parameters.pathPattern("file", "/run/sorrel/%a-%p.ring");
     }
 
     static recorder::RingName ringName(sorrel::TargetParameters& parameters) {

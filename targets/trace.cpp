@@ -35,7 +35,7 @@ struct Track {
 class TraceTarget final : public sorrel::MessageTarget {
 public:
     explicit TraceTarget(sorrel::TargetParameters& parameters)
-        : MessageTarget(parameters), m_pattern(parameters.path("file")),
+        : MessageTarget(parameters), m_pattern(parameters.pathPattern("file")),
           m_path(pathOf(m_pattern, parameters.applicationName())),
           m_maxSize(parameters.bytes("max_size", 64 << 20U, 64 << 10U)), m_processName(parameters.applicationName()) {
         parameters.refuseUnknown(); // before there is a file

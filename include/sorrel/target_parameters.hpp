@@ -69,12 +69,19 @@ public:
         return value != nullptr ? *value : otherwise;
     }
 
-    // A path that has to be there, or a pattern of paths. A relative one is made absolute, so that it leads to the same
-    // place wherever the process goes; not where the process cannot reach its directory from the root.
+    // A path that has to be there. A relative one is made absolute, so that it leads to the same place wherever the
+    // process goes; not where the process cannot reach its directory from the root.
     std::string path(const std::string& name) { return absolutePath(name, text(name)); }
 
     std::string path(const std::string& name, const std::string& otherwise) {
         return absolutePath(name, text(name, otherwise));
+    }
+
+    // A pattern of paths, in which "%%" stands for a percent sign: made absolute as a path is.
+    std::string pathPattern(const std::string& name) { return absolutePattern(name, text(name)); }
+
+    std::string pathPattern(const std::string& name, const std::string& otherwise) {
+        return absolutePattern(name, text(name, otherwise));
     }
 
     // A whole number, in decimal digits, perhaps behind a minus sign, from `least` to `most`.
@@ -183,6 +190,15 @@ private:
         std::error_code unreachable; // where the process may not pass the directories above, or its own is gone
         const std::filesystem::path here = std::filesystem::current_path(unreachable);
         return std::filesystem::equivalent(here, ".", unreachable) ? (here / path).string() : path;
+    }
+
+    static std::string absolutePattern(const std::string& name, const std::string& pattern) {
+        const std::string absolute = absolutePath(name, pattern);
+        std::string result;
+        for (const char c : absolute.substr(0, absolute.size() - pattern.size())) {
+            result.append(c == '%' ? 2 : 1, c);
+        }
+        return result + pattern;
     }
 
     void readFile(const std::string& path) {

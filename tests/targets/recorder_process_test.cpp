@@ -61,10 +61,11 @@ TEST_F(RecorderProcess, AChildWritesIntoARingOfItsOwn) {
 
 TEST_F(RecorderProcess, AChildsRingLiesBesideItsParentsWhereverTheProcessHasGone) {
     const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::create_directory(path("100%"));
     std::filesystem::create_directory(path("elsewhere"));
-    std::filesystem::current_path(files().path());
+    std::filesystem::current_path(path("100%"));
     const Container container = open("file=%p.ring,size=64k");
-    std::filesystem::current_path("elsewhere");
+    std::filesystem::current_path("../elsewhere");
     const pid_t child = startChild([&] {
         log(*container, "child");
         return true;
@@ -72,7 +73,7 @@ TEST_F(RecorderProcess, AChildsRingLiesBesideItsParentsWhereverTheProcessHasGone
     EXPECT_EQ(endOfChild(child), kChildPassed);
     std::filesystem::current_path(before);
     EXPECT_TRUE(std::filesystem::is_empty(path("elsewhere")));
-    EXPECT_THAT(textsOf(read(std::to_string(child) + ".ring")), ElementsAre("child"));
+    EXPECT_THAT(textsOf(read("100%/" + std::to_string(child) + ".ring")), ElementsAre("child"));
 }
 
 TEST_F(RecorderProcess, AChildThatCreatesAComponentLeavesTheParentsRingAlone) {

@@ -204,10 +204,11 @@ TEST_F(TraceFile, WithoutAPlaceForTheProcessIdItIsAppended) {
 
 TEST_F(TraceFile, NewFilesLieBesideTheFirstWhereverTheProcessHasGone) {
     const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::create_directory(files().file("100%"));
     std::filesystem::create_directory(files().file("elsewhere"));
-    std::filesystem::current_path(files().path());
+    std::filesystem::current_path(files().file("100%"));
     load(SORREL_TEST_TARGET_DIR "/sorrel-trace.so, file=%p.json");
-    std::filesystem::current_path("elsewhere");
+    std::filesystem::current_path("../elsewhere");
     const pid_t child = startChild([this] {
         say("in the child");
         return true;
@@ -215,7 +216,7 @@ TEST_F(TraceFile, NewFilesLieBesideTheFirstWhereverTheProcessHasGone) {
     EXPECT_EQ(endOfChild(child), kChildPassed);
     std::filesystem::current_path(before);
     EXPECT_TRUE(std::filesystem::is_empty(files().file("elsewhere")));
-    EXPECT_THAT(shown(files().file(std::to_string(child) + ".json")), EndsWith(": in the child\n"));
+    EXPECT_THAT(shown(files().file("100%/" + std::to_string(child) + ".json")), EndsWith(": in the child\n"));
 }
 
 TEST_F(TraceFile, TheNameHoldsProcessAndApplication) {

@@ -26,6 +26,7 @@ struct Read {
     long long weight;
     long long load;
     std::string way;
+    std::string map;
     std::string applicationName;
 };
 
@@ -42,6 +43,7 @@ public:
         lastRead.weight = parameters.bytes("weight", 7);
         lastRead.load = parameters.bytes("load", 2048, 1024, 5 << 10U);
         lastRead.way = parameters.path("way", "home");
+        lastRead.map = parameters.pathPattern("map", "%a.map");
         lastRead.applicationName = parameters.applicationName();
         if (lastRead.bell == "broken") {
             throw std::runtime_error("no bell there");
@@ -216,6 +218,20 @@ TEST_F(TargetLibrary, ARelativePathIsLeftAloneWhereTheDirectoryIsGone) {
         std::filesystem::remove(directory.file("gone"));
         create({{"bell", "loud"}, {"way", "b.%p"}});
         return lastRead.way == "b.%p";
+    }));
+}
+
+TEST_F(TargetLibrary, ThePercentSignsOfTheDirectoryArePartOfNoPattern) {
+    const TempDir directory;
+    std::filesystem::create_directory(directory.file("%p"));
+    EXPECT_TRUE(passesInChild([&] {
+        std::filesystem::current_path(directory.file("%p"));
+        create({{"bell", "loud"}, {"way", "b%"}, {"map", "%p%%"}});
+        const bool isRelative = lastRead.way == directory.file("%p/b%") && lastRead.map == directory.file("%%p/%p%%");
+        create({{"bell", "loud"}, {"map", "/%p"}});
+        const bool isAbsolute = lastRead.map == "/%p";
+        create({{"bell", "loud"}});
+        return isRelative && isAbsolute && lastRead.map == directory.file("%%p/%a.map");
     }));
 }
 
