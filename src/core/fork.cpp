@@ -1,5 +1,6 @@
 // fork(2) in a process that logs: the child gets locks that it can take, whatever other threads did at that moment, and
 // lets go of the parent's worker.
+#include "core/default_locale.hpp"
 #include "core/leaf_lock.hpp"
 #include "core/logger_slot.hpp"
 #include "core/process_id.hpp"
@@ -92,6 +93,7 @@ void beforeFork() {
         locks = waitFor(next);
     }
     locksOfFork = locks;
+    sorrel::keepLocaleForChild();
 }
 
 // The copy is this thread's own: once the last of them is given back, another thread may fork.
@@ -120,6 +122,7 @@ void afterForkInChild() {
         remake(slot->mutex(), slot->isBeingBuilt() ? 1 : 0);
     }
     sorrel::leafLock.unlock(); // not recursive, so it does not know its owner
+    sorrel::takeParentsLocale();
 #ifdef SORREL_FAST_PATH
     sorrel::keptProcessId(); // asked for now, and not first by a child of vfork, which would leave its own
 #endif
@@ -131,6 +134,7 @@ void afterForkInChild() {
 __attribute__((constructor)) void prepareForForks() {
     static std::atomic<bool> registered{false};
     if (!registered.exchange(true)) {
+        sorrel::keepLocaleForChild(); // what is kept in is made now, and not first at a fork
         pthread_atfork(beforeFork, afterForkInParent, afterForkInChild);
     }
 }

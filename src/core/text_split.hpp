@@ -2,6 +2,8 @@
 #ifndef SORREL_CORE_TEXT_SPLIT_HPP
 #define SORREL_CORE_TEXT_SPLIT_HPP
 
+#include "core/default_locale.hpp"
+
 #include <boost/algorithm/string/trim.hpp>
 #include <boost/tokenizer.hpp>
 
@@ -19,7 +21,7 @@ inline std::vector<std::string> splitAt(const std::string& text, const char* del
 
 // A copy without leading and trailing white space, as a default-constructed locale classifies it.
 inline std::string trimmed(const std::string& text) {
-    return boost::algorithm::trim_copy(text);
+    return boost::algorithm::trim_copy(text, defaultLocale());
 }
 
 } // namespace sorrel

@@ -3,6 +3,10 @@
 #include "refused_inotify.hpp"
 #include "syslog_recorder.hpp"
 
+#include <atomic>
+#include <locale>
+#include <thread>
+
 namespace {
 
 class ForkWatch : public ForkFixture {};
@@ -80,6 +84,35 @@ TEST_F(ForkWatch, ChildWithoutANameWatchesTheFileOfAll) {
         turnDial(3);
         return gotFirst && readsDial(3);
     }));
+}
+
+// The C++ library takes a lock for each copy of a global locale that is not the classic one.
+TEST_F(ForkWatch, ChildReadsWhateverOtherThreadsDoWithTheLocale) {
+    constexpr int kForks = 100;
+    build();
+    sorrel_component* const dial = sorrel::sorrel_get_component_by_name("dial");
+    const std::locale usual = std::locale::global(std::locale(std::locale::classic(), new std::ctype<char>));
+    std::atomic<bool> isOver{false};
+    const auto copyLocales = [&] {
+        while (!isOver) {
+            const std::locale copy;
+        }
+    };
+    std::thread first(copyLocales);
+    std::thread second(copyLocales);
+    int passed = 0;
+    while (passed < kForks && endOfChild(startChildAtOnce([&] {
+                                  __atomic_store_n(&dial->mask, 0, __ATOMIC_RELAXED);
+                                  say("from the child");
+                                  return readsDial(1);
+                              })) == kChildPassed) {
+        ++passed;
+    }
+    EXPECT_EQ(passed, kForks);
+    isOver = true;
+    first.join();
+    second.join();
+    std::locale::global(usual);
 }
 
 TEST_F(ForkWatch, ChildOfAChildThatDidNotLogArmsItsOwnWatch) {
