@@ -2,6 +2,7 @@
 #include "plugin_journal.hpp"
 #include "plugin_path.hpp"
 #include "scenario.hpp"
+#include "wait_until.hpp"
 
 #include <sorrel/component.hpp>
 #include <sorrel/component_cfg_update_sink.hpp>
@@ -13,6 +14,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <memory>
+#include <set>
 #include <thread>
 #include <unistd.h>
 
@@ -141,8 +143,10 @@ long closeKeptLibrary() {
 // know their numbers, and so have none of these: where threads wait for each other, the numbers vary.
 void runContainerScenario(const TempDir& files) {
     constexpr long kAnyNumber = 1000000;
+    const std::set<int> threads = threadIds();
     for (int i = 0; i < 2 && !isTraced(); ++i) {
         ContainerScenario(files, false).run();
+        waitUntil([&] { return threadIds() == threads; }); // one that was joined may still be listed
     }
     journal::clear();
     const Footprint before = footprint();

@@ -15,11 +15,13 @@ namespace {
 
 constexpr std::size_t kFileSize = 64 * 1024;
 constexpr std::uint64_t kBefore = 1000; // messages that are logged at once: several laps
+constexpr unsigned int kStepPatienceSeconds = 200;
 
 class RecorderSteps : public RingFixture {
 protected:
     // Logs, and stops before and behind the messages that are of interest.
     bool logTraced(std::uint64_t count) {
+        alarm(kStepPatienceSeconds);
         const Container container = openSmall("ring");
         for (std::uint64_t i = 1; i <= kBefore; ++i) {
             log(*container, numbered(i));

@@ -163,7 +163,7 @@ TEST_F(ForkStorm, ChildrenPassAndTheParentIsLeftAlone) {
     const std::map<int, std::string> descriptors = openDescriptors();
     std::vector<ChildStorm> children(kForkers, ChildStorm(kChildrenOfEach));
     {
-        StandstillGuard guard(kPatience);
+        StandstillGuard guard(kPatience, kPatience);
         startStorm();
         std::vector<std::thread> forkers;
         for (ChildStorm& ownChildren : children) {

@@ -14,7 +14,8 @@
 namespace {
 
 // Everything takes longer under a sanitizer.
-constexpr std::chrono::milliseconds kPatience = std::chrono::seconds(SORREL_STORM_DIVISOR == 1 ? 2 : 20);
+constexpr std::chrono::seconds kPatienceWithOne(20);
+constexpr std::chrono::seconds kPatience(SORREL_STORM_DIVISOR == 1 ? 2 : kPatienceWithOne.count());
 
 constexpr char kComponentLines[] = "component=net,11111111\ncomponent=audio,1\ncomponent=video,1111111\n";
 
@@ -88,7 +89,7 @@ private:
     std::map<std::string, unsigned long> m_operations; // guarded by m_mutex
     std::vector<std::thread> m_threads;
     std::atomic<bool> m_over{false};
-    StandstillGuard m_guard{kPatience};
+    StandstillGuard m_guard{kPatience, kPatienceWithOne};
 };
 
 // Makes a component now and then; more often it meets one that is there.

@@ -55,7 +55,7 @@ TEST_P(TargetContractOfServices, AServiceThatHangsHoldsNobodyUp) {
         log({"message"});
         longest = std::max(longest, steady_clock::now() - start);
     }
-    EXPECT_LT(longest, std::chrono::seconds(1));
+    EXPECT_LT(longest, std::chrono::seconds(10));
     service().read();
     EXPECT_TRUE(getsThrough("awake"));
     EXPECT_TRUE(arrives("messages lost: "));

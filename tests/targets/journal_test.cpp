@@ -82,16 +82,20 @@ protected:
 
     // The entries of the target, as soon as there are so many; the oldest comes first.
     static std::vector<Entry> entries(std::size_t count) {
+        constexpr std::chrono::seconds kPatience(40); // one look at thousands may take seconds
         std::vector<Entry> found;
-        EXPECT_TRUE(waitUntil([&] {
-            found.clear();
-            std::istringstream lines(outputOf("journalctl --directory=/run/log/journal --output=json --all --quiet "
-                                              "_TRANSPORT=journal 2>>/run/journalctl.errors || true"));
-            for (std::string line; std::getline(lines, line);) {
-                found.emplace_back(line);
-            }
-            return found.size() >= count;
-        })) << found.size();
+        EXPECT_TRUE(waitUntil(
+            [&] {
+                found.clear();
+                std::istringstream lines(outputOf("journalctl --directory=/run/log/journal --output=json --all --quiet "
+                                                  "_TRANSPORT=journal 2>>/run/journalctl.errors || true"));
+                for (std::string line; std::getline(lines, line);) {
+                    found.emplace_back(line);
+                }
+                return found.size() >= count;
+            },
+            kPatience))
+            << found.size();
         return found;
     }
 

@@ -39,7 +39,7 @@ action(type="omfile" file="/run/seen" template="seen")
 std::vector<std::string> seen() {
     std::vector<std::string> lines;
     std::ifstream file("/run/seen");
-    for (std::string line; std::getline(file, line);) {
+    for (std::string line; std::getline(file, line) && !file.eof();) { // whole lines only
         lines.push_back(line);
     }
     return lines;
