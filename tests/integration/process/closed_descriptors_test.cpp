@@ -7,9 +7,10 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <fcntl.h>
-#include <memory>
+#include <new>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
@@ -330,15 +331,19 @@ TEST_F(ClosedDescriptors, WorkerThatIsInterruptedEndsAndTheProcessNormally) {
     EXPECT_EQ(end, kChildPassed);
 }
 
-// A program's own container may be destroyed although its worker could not be told to end.
+// A program's own container may be destroyed although its worker could not be told to end. Its memory then serves
+// others: here every word of it is the number of an epoll in which nothing happens.
 TEST_F(ClosedDescriptors, WorkerOfADestroyedContainerEndsWhenItIsInterrupted) {
     const int end = endOfStoppedChild([] {
-        auto container = std::make_unique<sorrel::CLogTargetContainer>("", true, nullptr);
-        const bool passed = waitUntil(isWorkerWaiting);
+        alignas(sorrel::CLogTargetContainer) static std::array<int, sizeof(sorrel::CLogTargetContainer) / sizeof(int)>
+            memory;
+        auto* const container = new (memory.data()) sorrel::CLogTargetContainer("", true, nullptr);
+        const bool wasWaiting = waitUntil(isWorkerWaiting);
         closeAll();
-        container.reset();
+        container->~CLogTargetContainer();
+        memory.fill(openEpoll());
         raise(SIGSTOP);
-        return passed && waitUntil(isAlone);
+        return wasWaiting && waitUntil(isAlone);
     });
     EXPECT_EQ(end, kChildPassed);
 }
