@@ -209,7 +209,9 @@ private:
     SORREL_LOCAL std::thread spawnWatcher();
     SORREL_LOCAL void stopWorker();
     SORREL_LOCAL void keepDescriptor(int fd, DescriptorIndex index);
+    SORREL_LOCAL static bool standsFor(int fd, const DescriptorIdentity& kept);
     SORREL_LOCAL bool isOwnDescriptor(int fd, DescriptorIndex index) const;
+    SORREL_LOCAL bool isPipeLost() const;
     SORREL_LOCAL void closeOwn(int& fd, DescriptorIndex index);
     SORREL_LOCAL void closeDescriptors();
     SORREL_LOCAL void forgetParent();

@@ -107,11 +107,13 @@ int CLogTargetContainer::init_epoll_evts() {
 
 // Epoll first; the watch while inotify is still open.
 void CLogTargetContainer::closeDescriptors() {
-    closeOwn(m_epollFd, EPOLL_FD);
-    if (isOwnDescriptor(m_inotifyFd, INOTIFY_FD)) {
-        close_wd(m_watchFd);
+    if (!isPipeLost()) {
+        closeOwn(m_epollFd, EPOLL_FD);
+        if (isOwnDescriptor(m_inotifyFd, INOTIFY_FD)) {
+            close_wd(m_watchFd);
+        }
+        closeOwn(m_inotifyFd, INOTIFY_FD);
     }
-    closeOwn(m_inotifyFd, INOTIFY_FD);
     closeOwn(m_pipeFds[0], PIPE_READ_END);
     closeOwn(m_pipeFds[1], PIPE_WRITE_END);
 }
@@ -128,9 +130,9 @@ int CLogTargetContainer::notifyThread(thread_notification notification) {
         sorrel_tangleLog(LOG_ERR, "logtarget-container: invalid pipe-fd (notify)");
         return -1;
     }
-    const bool own = isOwnDescriptor(m_pipeFds[1], PIPE_WRITE_END);
-    errno = own ? errno : EBADF; // somebody closed it, and the number may stand for another file by now
-    if (!own || write(m_pipeFds[1], &notification, sizeof notification) != static_cast<ssize_t>(sizeof notification)) {
+    const bool lost = isPipeLost();
+    errno = lost ? EBADF : errno; // somebody closed an end: its number may stand for another file, or nobody reads
+    if (lost || write(m_pipeFds[1], &notification, sizeof notification) != static_cast<ssize_t>(sizeof notification)) {
         sorrel_tangleLog(LOG_ERR, "logtarget-container: unable to write to pipe (notify) - errno=%s",
                          std::strerror(errno));
         return -1;
@@ -166,29 +168,37 @@ int CLogTargetContainer::threadStartup() {
     return threadEventLoop();
 }
 
+// Ends in silence when somebody else has closed the descriptors. Then the container may be gone, too: nothing of it is
+// looked at before that is known.
 int CLogTargetContainer::threadEventLoop() {
-    for (;;) {
+    const int epollFd = m_epollFd;
+    const int readEnd = m_pipeFds[0];
+    const DescriptorIdentity kept = m_identities[PIPE_READ_END];
+    const auto isLost = [&kept, readEnd] { return readEnd != -1 && !standsFor(readEnd, kept); };
+    while (!isLost()) {
         epoll_event events[2];
-        const int count = epoll_wait(m_epollFd, events, 2, -1);
-        if (count < 0) {
-            if (errno == EINTR || errno == EAGAIN) {
-                continue;
+        const int count = epoll_wait(epollFd, events, 2, -1);
+        if (count < 0 && errno != EINTR && errno != EAGAIN) {
+            const int waitErrno = errno;
+            if (!isLost()) {
+                sorrel_tangleLog(LOG_ERR,
+                                 "logtarget-container: epoll failed with errno=%s - terminating watcher thread.",
+                                 std::strerror(waitErrno));
             }
-            sorrel_tangleLog(LOG_ERR, "logtarget-container: epoll failed with errno=%s - terminating watcher thread.",
-                             std::strerror(errno));
             return 0;
         }
         if (count == 0) {
             sorrel_tangleLog(LOG_ERR, "logtarget-container: epoll reported timeout!?");
         }
-        for (int i = 0; i < count; ++i) {
+        for (int i = 0; i < count && !isLost(); ++i) {
             if (events[i].data.fd == m_inotifyFd) {
                 onInotifyEvent();
-            } else if (events[i].data.fd == m_pipeFds[0] && !onNotification()) {
+            } else if (events[i].data.fd == readEnd && !onNotification()) {
                 return 0;
             }
         }
     }
+    return 0;
 }
 
 void CLogTargetContainer::onInotifyEvent() {
@@ -230,7 +240,7 @@ bool CLogTargetContainer::onNotification() {
 }
 
 void CLogTargetContainer::onAppnameChanged() {
-    if (m_watchFd == -1 || m_inotifyFd == -1) {
+    if (m_watchFd == -1 || m_inotifyFd == -1 || isPipeLost()) {
         return;
     }
     const std::string appname = currentAppname();

@@ -23,7 +23,7 @@ void endAtExit(CLogTargetContainer& container, const int& loggersDepth, Deadline
     if (alone && waitAtExit(deadline, isNoneTelling)) {
         container.stopWorker();
         container.closeDescriptors();
-    } else if (container.m_worker != nullptr) {
+    } else if (container.m_worker != nullptr && container.m_worker->joinable()) {
         container.m_worker->detach(); // it is stuck, or waits for the one who is, and still uses the descriptors
     }
     if (alone || container.othersAreInTarget()) {
@@ -36,7 +36,7 @@ void CLogTargetContainer::stopWorker() {
     if (m_worker != nullptr && m_worker->joinable()) {
         const bool own = m_worker->get_id() == std::this_thread::get_id();
         // Somebody may have closed the descriptors: then there is no way to tell it.
-        const bool pipeIsLost = m_pipeFds[1] != -1 && !isOwnDescriptor(m_pipeFds[1], PIPE_WRITE_END);
+        const bool pipeIsLost = isPipeLost();
         if (!pipeIsLost && threadNotifyTerminate() != 0) {
             sorrel_tangleLog(LOG_ERR,
                              "logtarget-container: unable to terminate worker thread - forcing exit. (errno=%s)",
@@ -96,11 +96,9 @@ bool CLogTargetContainer::isBusy(const CPluggableLogModule& entry) const {
 // the thread object is put away without a word to the thread. Only calls that a child of a threaded process may make.
 void CLogTargetContainer::forgetParent() {
     m_processId = getpid();
-    closeOwn(m_epollFd, EPOLL_FD);
-    closeOwn(m_inotifyFd, INOTIFY_FD);
-    closeOwn(m_pipeFds[0], PIPE_READ_END);
-    closeOwn(m_pipeFds[1], PIPE_WRITE_END);
-    m_watchFd = -1;
+    m_watchFd = -1; // before inotify is closed: the parent's watch stays
+    closeDescriptors();
+    m_epollFd = m_inotifyFd = m_pipeFds[0] = m_pipeFds[1] = -1;
     m_tellers = 0;
     if (m_worker != nullptr) {
         m_watchAgain = m_watchAgain || m_worker->joinable();

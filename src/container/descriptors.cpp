@@ -44,11 +44,10 @@ void CLogTargetContainer::keepDescriptor(int fd, DescriptorIndex index) {
 
 // A program may close all descriptors that it did not open itself, ours too, and the numbers then belong to others.
 // What cannot be told apart is taken for our own.
-bool CLogTargetContainer::isOwnDescriptor(int fd, DescriptorIndex index) const {
+bool CLogTargetContainer::standsFor(int fd, const DescriptorIdentity& kept) {
     if (fd == -1) {
         return false;
     }
-    const DescriptorIdentity& kept = m_identities[index];
     DescriptorIdentity now;
     if (!identify(fd, now)) {
         return errno != EBADF;
@@ -57,11 +56,22 @@ bool CLogTargetContainer::isOwnDescriptor(int fd, DescriptorIndex index) const {
            (now.device == kept.device && now.inode == kept.inode && mayBeSameLink(now.link, kept.link));
 }
 
+bool CLogTargetContainer::isOwnDescriptor(int fd, DescriptorIndex index) const {
+    return standsFor(fd, m_identities[index]);
+}
+
+// Each pipe has an inode of its own, and all epolls share one, as all inotifies do. So the pipe speaks for all four:
+// when somebody else has closed an end of it, the numbers of epoll and inotify may belong to others of their kind.
+bool CLogTargetContainer::isPipeLost() const {
+    const auto isLost = [this](int fd, DescriptorIndex index) { return fd != -1 && !isOwnDescriptor(fd, index); };
+    return isLost(m_pipeFds[0], PIPE_READ_END) || isLost(m_pipeFds[1], PIPE_WRITE_END);
+}
+
+// What is not our own keeps its number: a worker that could not be told to end still sees that it is lost.
 void CLogTargetContainer::closeOwn(int& fd, DescriptorIndex index) {
     if (isOwnDescriptor(fd, index)) {
         close_fd(fd);
     }
-    fd = -1;
 }
 
 void CLogTargetContainer::close_fd(int& fd) {

@@ -1,15 +1,19 @@
 // The worker's loop when system calls answer what a test cannot bring about. Fakes stand in for these calls; the loop
 // runs on the thread of the test.
 #include "container_fixture.hpp"
+#include "proc_self.hpp"
 
 #include <gmock/gmock.h>
 
 #include <cerrno>
 #include <deque>
+#include <fcntl.h>
+#include <functional>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -26,6 +30,10 @@ struct Answer {
 std::deque<Answer> waitAnswers;
 std::deque<Answer> readAnswers;
 std::deque<Answer> addWatchAnswers;
+
+int waits = 0;
+std::function<void()> afterWait; // what others do while the worker is on its way back from the call
+std::function<void()> afterRead;
 
 // Takes the next answer, if there is one.
 bool take(std::deque<Answer>& answers, int& result) {
@@ -58,6 +66,20 @@ protected:
         return diagnostics().texts();
     }
 
+    // What a program has that closed all descriptors: a pipe on the numbers of the container's. Something is in it.
+    void replacePipe() {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        const int terminate = 0;
+        EXPECT_EQ(write(ends[1], &terminate, sizeof terminate), 4);
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_EQ(dup3(ends[i], m_container.pipeFds[i], O_CLOEXEC), m_container.pipeFds[i]);
+            EXPECT_EQ(close(ends[i]), 0);
+        }
+    }
+
+    void expectForeignPipeUntouched() { EXPECT_EQ(bytesWaiting(m_container.pipeFds[0]), 4); }
+
     // Moves the watch to the file of "player", which the kernel refuses.
     void expectWatchRefused(const Answer& answer, const std::string& errorText) {
         configureApp("player", "");
@@ -78,14 +100,30 @@ private:
 
 extern "C" int fakeEpollWait(int epollFd, epoll_event* events, int size, int timeout) __asm__("epoll_wait");
 extern "C" int fakeEpollWait(int epollFd, epoll_event* events, int size, int timeout) {
+    ++waits;
     int result = 0;
-    return take(waitAnswers, result) ? result : epoll_pwait(epollFd, events, size, timeout, nullptr);
+    if (!take(waitAnswers, result)) {
+        result = epoll_pwait(epollFd, events, size, timeout, nullptr);
+    }
+    const int error = errno;
+    if (afterWait) {
+        afterWait();
+    }
+    errno = error;
+    return result;
 }
 
 extern "C" ssize_t fakeRead(int fd, void* buffer, size_t size) __asm__("read");
 extern "C" ssize_t fakeRead(int fd, void* buffer, size_t size) {
     int result = 0;
-    return take(readAnswers, result) ? result : syscall(SYS_read, fd, buffer, size);
+    if (take(readAnswers, result)) {
+        return result;
+    }
+    const ssize_t got = syscall(SYS_read, fd, buffer, size);
+    if (afterRead) {
+        std::exchange(afterRead, nullptr)();
+    }
+    return got;
 }
 
 extern "C" ssize_t fakeReadChk(int fd, void* buffer, size_t size, size_t room) __asm__("__read_chk");
@@ -149,6 +187,52 @@ TEST_F(WatcherFaults, AFailingReadOfAnEventDropsItAndTakesOutNothing) {
     EXPECT_THAT(runToItsEnd(),
                 ElementsAre("logtarget-container: unable to read inotify event - dropped event.", kExit));
     EXPECT_EQ(bytesWaiting(container().inotifyFd), 16) << "only an event with a name is thrown away";
+}
+
+TEST_F(WatcherFaults, WithoutItsDescriptorsTheLoopDoesNotEvenBegin) {
+    container()->threadNotifyTerminate();
+    replacePipe();
+    EXPECT_EQ(container()->threadEventLoop(), 0);
+    EXPECT_EQ(waits, 0);
+    expectForeignPipeUntouched();
+    EXPECT_THAT(diagnostics().texts(), IsEmpty());
+}
+
+TEST_F(WatcherFaults, AnInterruptedWaitIsNotRepeatedWithTheDescriptorsOfOthers) {
+    waitAnswers = {{-1, EINTR}};
+    afterWait = [this] { replacePipe(); };
+    EXPECT_THAT(runToItsEnd(), IsEmpty());
+    EXPECT_EQ(waits, 1);
+    expectForeignPipeUntouched();
+}
+
+TEST_F(WatcherFaults, AFailureOfTheWaitOnTheDescriptorsOfOthersIsNotReported) {
+    waitAnswers = {{-1, EBADF}};
+    afterWait = [this] { replacePipe(); };
+    EXPECT_THAT(runToItsEnd(), IsEmpty());
+}
+
+TEST_F(WatcherFaults, NothingIsReadFromTheDescriptorsOfOthers) {
+    afterWait = [this] { replacePipe(); };
+    EXPECT_THAT(runToItsEnd(), IsEmpty());
+    expectForeignPipeUntouched();
+}
+
+TEST_F(WatcherFaults, NothingIsReadFromTheDescriptorsOfOthersAfterAReRead) {
+    files().append("sorrel.cfg", "");
+    afterRead = [this] { replacePipe(); };
+    EXPECT_THAT(runToItsEnd(), ElementsAre(kChanged, "logtarget-container: reading sorrel-config from file \"" +
+                                                         defaultFile() + "\""));
+    expectForeignPipeUntouched();
+}
+
+TEST_F(WatcherFaults, TheWatchesOfOthersStayWhereTheyAre) {
+    configureApp("player", "");
+    container().appname = "player";
+    replacePipe();
+    container()->onAppnameChanged();
+    EXPECT_EQ(inotifyWatches(container().inotifyFd).size(), 1U);
+    EXPECT_THAT(diagnostics().texts(), IsEmpty());
 }
 
 TEST_F(WatcherFaults, KeepsTheNameInsteadOfThePathWhenTheFileOfTheApplicationCannotBeWatched) {

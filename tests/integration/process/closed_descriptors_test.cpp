@@ -6,8 +6,13 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <array>
+#include <csignal>
 #include <fcntl.h>
-#include <memory>
+#include <new>
+#include <sys/epoll.h>
+#include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/timerfd.h>
@@ -27,14 +32,16 @@ struct Foreign {
 std::vector<Foreign> foreigners;
 int foreignPipe = -1; // the end from which it is read
 
-// Whether all are still open, and nobody has written to the pipe or to a file.
+constexpr char kInotify[] = "anon_inode:inotify";
+
+// Whether all are still open, nobody has written to the pipe or to a file, and each inotify has its watch.
 bool areForeignersUntouched() {
     const std::map<int, std::string> open = openDescriptors();
     for (const Foreign& foreign : foreigners) {
         const auto found = open.find(foreign.fd);
         struct stat status = {};
         if (found == open.end() || found->second != foreign.what || fstat(foreign.fd, &status) != 0 ||
-            status.st_size != 0) {
+            status.st_size != 0 || (foreign.what == kInotify && inotifyWatches(foreign.fd).size() != 1)) {
             return false;
         }
     }
@@ -124,6 +131,84 @@ protected:
         unlink(path);
         return outOfTheWay(fd);
     }
+
+    static int openEpoll() {
+        return outOfTheWay(epoll_create1(EPOLL_CLOEXEC));
+    }
+
+    // With a watch, which has the number of the library's own.
+    static int openInotify() {
+        const int fd = inotify_init1(IN_CLOEXEC);
+        inotify_add_watch(fd, "/", IN_CREATE);
+        return outOfTheWay(fd);
+    }
+
+    // With others of their kind on all numbers of the library's, looks at them after the exit, or in a forked child.
+    static void exitWithForeigners(int (*open)()) {
+        const std::vector<int> ours = startLogging();
+        closeAll();
+        reuse(ours, open);
+        sorrel_set_applicationname("app");
+        std::exit(EXIT_SUCCESS);
+    }
+    static void expectUntouchedByFork(int (*open)()) {
+        const std::vector<int> ours = startLogging();
+        closeAll();
+        reuse(ours, open);
+        EXPECT_TRUE(passesInChild([] { return areForeignersUntouched(); }));
+        foreigners.clear();
+    }
+
+    static int endOfPipe(const std::vector<int>& ours, int accessMode) {
+        const std::map<int, std::string> open = openDescriptors();
+        const auto found = std::find_if(ours.begin(), ours.end(), [&open, accessMode](int fd) {
+            return open.at(fd).rfind("pipe:", 0) == 0 && (fcntl(fd, F_GETFL) & O_ACCMODE) == accessMode;
+        });
+        return found != ours.end() ? *found : -1;
+    }
+
+    static bool isWorkerWaiting() {
+        const std::set<int> ids = threadIds();
+        return std::any_of(ids.begin(), ids.end(), waitsForEvents);
+    }
+    static bool isAlone() {
+        return threadIds().size() == 1;
+    }
+
+    // Forks a child that stops in this function, once, and goes on: the wait of its worker is interrupted. How it ends.
+    template <class Function>
+    static int endOfStoppedChild(Function function) {
+        const pid_t child = startChild(function);
+        int status = 0;
+        while (waitpid(child, &status, WUNTRACED) == child && WIFSTOPPED(status)) {
+            kill(child, SIGCONT);
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    // Puts a pipe, and an epoll that waits for it, on these numbers; the lowest is the epoll's, the others are ends
+    // from which is read. Gives the end that is written to.
+    static int openOwnEventLoop(const std::vector<int>& numbers) {
+        int ends[2] = {-1, -1};
+        if (pipe2(ends, O_NONBLOCK) != 0) {
+            return -1;
+        }
+        const int readEnd = outOfTheWay(ends[0]);
+        const int writeEnd = outOfTheWay(ends[1]);
+        const int epoll = openEpoll();
+        for (const int number : numbers) {
+            dup2(number == numbers.front() ? epoll : readEnd, number);
+            if (number != numbers.front()) {
+                epoll_event event = {};
+                event.events = EPOLLIN;
+                event.data.fd = number;
+                epoll_ctl(epoll, EPOLL_CTL_ADD, number, &event);
+            }
+        }
+        close(epoll);
+        foreignPipe = readEnd;
+        return writeEnd;
+    }
 };
 
 } // namespace
@@ -192,6 +277,77 @@ TEST_F(ClosedDescriptors, ForeignDescriptorsWithoutInodeOnTheirNumbersAreLeftAlo
         ExitedWithCode(0), "^untouched\n$");
 }
 
+TEST_F(ClosedDescriptors, ForeignEpollsOnTheirNumbersAreLeftAlone) {
+    EXPECT_EXIT(exitWithForeigners(openEpoll), ExitedWithCode(0), "^untouched\n$");
+}
+
+TEST_F(ClosedDescriptors, ForeignInotifiesOnTheirNumbersKeepTheirWatches) {
+    EXPECT_EXIT(exitWithForeigners(openInotify), ExitedWithCode(0), "^untouched\n$");
+}
+
+TEST_F(ClosedDescriptors, ProcessEndsNormallyWhicheverOfThemIsClosed) {
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EXIT(
+            {
+                const std::vector<int> ours = startLogging();
+                waitUntil(isWorkerWaiting);
+                close(ours.at(i));
+                std::exit(EXIT_SUCCESS);
+            },
+            ExitedWithCode(0), "")
+            << i;
+    }
+}
+
+TEST_F(ClosedDescriptors, NamingTheApplicationReportsThatNobodyReadsTheNotification) {
+    setenv("SORREL_VERBOSE_STARTUP", "1", 1);
+    SyslogRecorder recorder;
+    openlog(nullptr, LOG_NDELAY, LOG_USER);
+    const int readEnd = endOfPipe(startLogging(), O_RDONLY);
+    ASSERT_NE(readEnd, -1);
+    close(readEnd);
+    recorder.clear();
+    sorrel_set_applicationname("app");
+    EXPECT_EQ(recorder.count("logtarget-container: unable to write to pipe (notify) - errno=Bad file descriptor"), 1);
+    EXPECT_EQ(recorder.count("logtarget-container: unable to notify thread about a changed appname"), 1);
+}
+
+// The program's own event loop has got their numbers when it is stopped, by a debugger, say.
+TEST_F(ClosedDescriptors, WorkerThatIsInterruptedEndsAndTheProcessNormally) {
+    const int end = endOfStoppedChild([] {
+        const std::vector<int> ours = startLogging();
+        bool passed = waitUntil(isWorkerWaiting);
+        closeAll();
+        const int writeEnd = openOwnEventLoop(ours);
+        raise(SIGSTOP);
+        passed = passed && waitUntil(isAlone);
+        const int message = 0;
+        int received = -1;
+        passed = passed && write(writeEnd, &message, sizeof message) == sizeof message &&
+                 read(foreignPipe, &received, sizeof received) == sizeof received;
+        std::exit(passed ? kChildPassed : 1);
+        return false;
+    });
+    EXPECT_EQ(end, kChildPassed);
+}
+
+// A program's own container may be destroyed although its worker could not be told to end. Its memory then serves
+// others: here every word of it is the number of an epoll in which nothing happens.
+TEST_F(ClosedDescriptors, WorkerOfADestroyedContainerEndsWhenItIsInterrupted) {
+    const int end = endOfStoppedChild([] {
+        alignas(sorrel::CLogTargetContainer) static std::array<int, sizeof(sorrel::CLogTargetContainer) / sizeof(int)>
+            memory;
+        auto* const container = new (memory.data()) sorrel::CLogTargetContainer("", true, nullptr);
+        const bool wasWaiting = waitUntil(isWorkerWaiting);
+        closeAll();
+        container->~CLogTargetContainer();
+        memory.fill(openEpoll());
+        raise(SIGSTOP);
+        return wasWaiting && waitUntil(isAlone);
+    });
+    EXPECT_EQ(end, kChildPassed);
+}
+
 TEST_F(ClosedDescriptors, NamingTheApplicationReportsThatTheWorkerIsNotTold) {
     setenv("SORREL_VERBOSE_STARTUP", "1", 1);
     SyslogRecorder recorder;
@@ -235,4 +391,12 @@ TEST_F(ClosedDescriptors, ForkAfterwardsLeavesForeignFilesAlone) {
     reuse(ours, openFile);
     EXPECT_TRUE(passesInChild([] { return areForeignersUntouched(); }));
     foreigners.clear();
+}
+
+TEST_F(ClosedDescriptors, ForkAfterwardsLeavesForeignEpollsAlone) {
+    expectUntouchedByFork(openEpoll);
+}
+
+TEST_F(ClosedDescriptors, ForkAfterwardsLeavesForeignInotifiesAlone) {
+    expectUntouchedByFork(openInotify);
 }

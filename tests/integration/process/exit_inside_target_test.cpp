@@ -5,7 +5,10 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <csignal>
 #include <future>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 using testing::EndsWith;
 using testing::Eq;
@@ -174,6 +177,53 @@ TEST_F(ExitInsideTarget, WhileAThreadIsStuckInATargetAndNobodyWatchesLeavesThatT
         },
         ExitedWithCode(0),
         EndsWith("recording log stuck\nrecording_b factory\nrecording_b destroy\nrecording_b done\n"));
+}
+
+// The child has no worker to leave alone.
+TEST_F(ExitInsideTarget, OnAnotherThreadOfAForkedChildEndsIt) {
+    configure(target("recording") + target("recording_b"));
+    EXPECT_EXIT(
+        {
+            start();
+            journal::onEvent("log", [](const PluginEvent& event) {
+                if (event.library != "recording") {
+                    return;
+                }
+                const pid_t child = startChild([] {
+                    std::thread([] { std::exit(kChildPassed); }).detach();
+                    for (;;) {
+                        pause();
+                    }
+                    return false;
+                });
+                _exit(endOfChild(child));
+            });
+            say("forks");
+        },
+        ExitedWithCode(kChildPassed),
+        Eq("recording log forks\nrecording_b factory\nrecording_b destroy\nrecording_b done\n"));
+}
+
+TEST_F(ExitInsideTarget, WhileAThreadIsStuckInATargetEndsAChildThatNoForkHandlerHasSeen) {
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+    GTEST_SKIP() << "for the sanitizer it is a thread of its parent";
+#endif
+#endif
+    configure(target("recording") + target("recording_b"));
+    EXPECT_EXIT(
+        {
+            start();
+            leaveThreadInsideTarget();
+            const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+            if (child == 0) {
+                alarm(kChildPatienceSeconds);
+                std::exit(kChildPassed);
+            }
+            _exit(endOfChild(child));
+        },
+        ExitedWithCode(kChildPassed),
+        Eq("recording log stuck\nrecording_b factory\nrecording_b destroy\nrecording_b done\n"));
 }
 
 TEST_F(ExitInsideTarget, WhileThreadsLogEndsTheProcess) {
