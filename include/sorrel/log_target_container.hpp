@@ -186,7 +186,8 @@ protected:
     int m_pipeFds[2]; // read end, write end
 
 private:
-    class Scope; // an operation that holds the mutex; src/container/container_scope.hpp
+    class Scope;          // an operation that holds the mutex; src/container/container_scope.hpp
+    class FirstException; // of a walk that goes past targets that throw; the same
     struct TellerNote;
     friend struct ForkAccess;
     friend void endAtExit(CLogTargetContainer& container, const int& loggersDepth,
@@ -223,14 +224,15 @@ private:
     SORREL_LOCAL std::string currentAppname() const;
     SORREL_LOCAL std::string cfgFilenameOf(const std::string& appname) const;
     SORREL_LOCAL std::string chooseCfgFilename() const;
-    SORREL_LOCAL void reread();
+    SORREL_LOCAL void reread(FirstException& thrown);
     template <typename Operation>
     SORREL_LOCAL void perform(Operation operation);
     SORREL_LOCAL void doWhatWaits(Scope& scope, bool& tellWorker);
-    SORREL_LOCAL void rereadRenamed(Scope& scope);
+    SORREL_LOCAL void rereadRenamed(Scope& scope, FirstException& thrown);
     SORREL_LOCAL void tellWorkerTheName();
     SORREL_LOCAL void watchAgain();
-    SORREL_LOCAL void unloadUnseenTargets();
+    SORREL_LOCAL void unloadUnseenTargets(FirstException& thrown);
+    SORREL_LOCAL void sweepTarget(CPluggableLogModule& entry);
     SORREL_LOCAL void onInotifyEvent();
     SORREL_LOCAL bool onNotification();
 
