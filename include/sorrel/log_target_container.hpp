@@ -79,7 +79,9 @@ private:
 // constructor and the worker thread may call lock() before the derived part stands and after it is gone.
 //
 // Exceptions. lock() throws std::system_error; whatever a target throws passes through the operation that called it,
-// with the mutex released; the worker swallows it. What the container reports goes to sorrel_tangleLog.
+// with the mutex released; the worker swallows it. When targets are unloaded, asked whether they write to syslog, or
+// told the name, it passes through after the others had their turn, the first exception only. What the container
+// reports goes to sorrel_tangleLog.
 //
 // Nesting. A re-read that is asked for from inside an operation of a target is done when the outermost operation is
 // over, and setAppname returns at once then, with the name stored; several requests become one.
