@@ -79,7 +79,9 @@ private:
 // constructor and the worker thread may call lock() before the derived part stands and after it is gone.
 //
 // Exceptions. lock() throws std::system_error; whatever a target throws passes through the operation that called it,
-// with the mutex released; the worker swallows it. What the container reports goes to sorrel_tangleLog.
+// with the mutex released; the worker swallows it. When targets are unloaded, asked whether they write to syslog, or
+// told the name, it passes through after the others had their turn, the first exception only. What the container
+// reports goes to sorrel_tangleLog.
 //
 // Nesting. A re-read that is asked for from inside an operation of a target is done when the outermost operation is
 // over, and setAppname returns at once then, with the name stored; several requests become one.
@@ -186,7 +188,8 @@ protected:
     int m_pipeFds[2]; // read end, write end
 
 private:
-    class Scope; // an operation that holds the mutex; src/container/container_scope.hpp
+    class Scope;          // an operation that holds the mutex; src/container/container_scope.hpp
+    class FirstException; // of a walk that goes past targets that throw; the same
     struct TellerNote;
     friend struct ForkAccess;
     friend void endAtExit(CLogTargetContainer& container, const int& loggersDepth,
@@ -225,14 +228,15 @@ private:
     SORREL_LOCAL std::string currentAppname() const;
     SORREL_LOCAL std::string cfgFilenameOf(const std::string& appname) const;
     SORREL_LOCAL std::string chooseCfgFilename() const;
-    SORREL_LOCAL void reread();
+    SORREL_LOCAL void reread(FirstException& thrown);
     template <typename Operation>
     SORREL_LOCAL void perform(Operation operation);
     SORREL_LOCAL void doWhatWaits(Scope& scope, bool& tellWorker);
-    SORREL_LOCAL void rereadRenamed(Scope& scope);
+    SORREL_LOCAL void rereadRenamed(Scope& scope, FirstException& thrown);
     SORREL_LOCAL void tellWorkerTheName();
     SORREL_LOCAL void watchAgain();
-    SORREL_LOCAL void unloadUnseenTargets();
+    SORREL_LOCAL void unloadUnseenTargets(FirstException& thrown);
+    SORREL_LOCAL void sweepTarget(CPluggableLogModule& entry);
     SORREL_LOCAL void onInotifyEvent();
     SORREL_LOCAL bool onNotification();
 

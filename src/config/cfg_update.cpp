@@ -8,6 +8,7 @@
 #include "core/leaf_lock.hpp"
 #include "core/text_split.hpp"
 
+#include <iterator>
 #include <mutex>
 #include <syslog.h>
 #include <unistd.h>
@@ -49,7 +50,8 @@ std::string CLogTargetContainer::chooseCfgFilename() const {
     return getDefaultCfgFilename();
 }
 
-void CLogTargetContainer::reread() {
+// What the targets throw in the sweep is kept; all else is thrown at once.
+void CLogTargetContainer::reread(FirstException& thrown) {
     const std::string file = chooseCfgFilename();
     sorrel_tangleLog(LOG_DEBUG, "logtarget-container: reading sorrel-config from file \"%s\"", file.c_str());
     __atomic_store_n(&m_hasSyslogTarget, false, __ATOMIC_RELAXED);
@@ -63,7 +65,7 @@ void CLogTargetContainer::reread() {
         sorrel_tangleLog(LOG_ERR, "unable to read sorrel-config \"%s\" - giving up.", file.c_str());
         return;
     }
-    unloadUnseenTargets();
+    unloadUnseenTargets(thrown);
 }
 
 int CLogTargetContainer::Callback_Cfread(const char* key, const char* value, void* ctx) {
@@ -89,33 +91,32 @@ int CLogTargetContainer::OnCallbackCfRead(const std::string& key, const std::str
     return 0;
 }
 
-void CLogTargetContainer::unloadUnseenTargets() {
+void CLogTargetContainer::unloadUnseenTargets(FirstException& thrown) {
     for (auto it = m_targets.begin(); it != m_targets.end();) {
         CPluggableLogModule& entry = it->second;
         if (!Scope::enterTarget(*this, entry)) {
             return;
         }
-        if (std::exchange(entry.seen, false)) { // cleared first: a target that throws now can be unloaded later
-            const bool writesToSyslog = entry.target->isSyslogTarget();
-            if (!Scope::leaveTarget(*this)) {
-                return;
-            }
-            if (writesToSyslog) {
-                __atomic_store_n(&m_hasSyslogTarget, true, __ATOMIC_RELAXED);
-            }
-            ++it;
-        } else {
-            sorrel_tangleLog(LOG_INFO, "logtarget-container: unloading log-target %s (and its library \"%s\")",
-                             entry.target->getName().c_str(), entry.module->getLibPath().c_str());
-            if (isGone(*this)) {
-                return;
-            }
-            releaseTarget(entry);
-            if (!Scope::leaveTarget(*this)) {
-                return;
-            }
-            it = m_targets.erase(it);
+        thrown.keepFrom([&] { sweepTarget(entry); });
+        if (!Scope::leaveTarget(*this)) {
+            return;
         }
+        it = entry.target == nullptr ? m_targets.erase(it) : std::next(it);
+    }
+}
+
+// Asks a target that stays whether it writes to syslog. The entry of one that goes has no target afterwards.
+void CLogTargetContainer::sweepTarget(CPluggableLogModule& entry) {
+    if (std::exchange(entry.seen, false)) { // cleared first: a target that throws now can be unloaded later
+        if (entry.target->isSyslogTarget()) {
+            __atomic_store_n(&m_hasSyslogTarget, true, __ATOMIC_RELAXED);
+        }
+        return;
+    }
+    sorrel_tangleLog(LOG_INFO, "logtarget-container: unloading log-target %s (and its library \"%s\")",
+                     entry.target->getName().c_str(), entry.module->getLibPath().c_str());
+    if (!isGone(*this)) {
+        releaseTarget(entry);
     }
 }
 

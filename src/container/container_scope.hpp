@@ -6,6 +6,8 @@
 
 #include "container/gone.hpp"
 
+#include <exception>
+
 namespace sorrel {
 
 // Holds the mutex, through the virtual lock() and unlock(), for one operation, and lets the container know of it. Not
@@ -84,6 +86,36 @@ private:
 
     CLogTargetContainer& m_container;
     const bool m_held;
+};
+
+// For walks in which a target that throws is not to keep the later ones waiting: the first exception is kept until the
+// walk is over, and those that follow it are dropped.
+class CLogTargetContainer::FirstException {
+public:
+    // Does what may throw.
+    template <typename Step>
+    void keepFrom(Step step) {
+        try {
+            step();
+        } catch (...) {
+            const std::exception_ptr thrown = std::current_exception();
+            if (thrown == nullptr) {
+                throw; // none of C++, which cannot be kept: the thread is cancelled, or leaves by pthread_exit
+            }
+            if (m_first == nullptr) {
+                m_first = thrown;
+            }
+        }
+    }
+
+    void rethrow() const {
+        if (m_first != nullptr) {
+            std::rethrow_exception(m_first);
+        }
+    }
+
+private:
+    std::exception_ptr m_first;
 };
 
 } // namespace sorrel

@@ -212,23 +212,28 @@ void CLogTargetContainer::tellWorkerTheName() {
 void CLogTargetContainer::doWhatWaits(Scope& scope, bool& tellWorker) {
     for (int round = 0; m_rereadWanted && !isGone(*this); ++round) {
         m_rereadWanted = false;
+        FirstException thrown;
         if (round == kMaxRereads) {
             m_renamed = false;
         } else if (m_renamed) {
             tellWorker = true;
-            rereadRenamed(scope);
+            rereadRenamed(scope, thrown);
         } else {
-            reread();
+            reread(thrown);
         }
+        thrown.rethrow();
     }
 }
 
-// When the re-read throws, the next one tells the targets.
-void CLogTargetContainer::rereadRenamed(Scope& scope) {
+// When the file could not be applied, because something has thrown, the next re-read tells the targets. A target that
+// throws later, in the sweep or from setAppname, keeps nobody from the name.
+void CLogTargetContainer::rereadRenamed(Scope& scope, FirstException& thrown) {
     m_renamed = false;
+    std::string name;
     try {
         const Scope inner(*this); // a re-read takes the mutex itself, wherever it comes from
-        reread();
+        reread(thrown);
+        name = currentAppname();
     } catch (...) {
         m_renamed = true;
         throw;
@@ -236,8 +241,7 @@ void CLogTargetContainer::rereadRenamed(Scope& scope) {
     if (isGone(*this)) {
         return;
     }
-    const std::string name = currentAppname();
-    scope.forEachTarget([&](ILogTarget& target) { target.setAppname(name); });
+    scope.forEachTarget([&](ILogTarget& target) { thrown.keepFrom([&] { target.setAppname(name); }); });
 }
 
 // A forked child has no worker. What changed since the fork is read by the new one.

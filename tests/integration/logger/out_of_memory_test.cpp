@@ -93,6 +93,17 @@ TEST_F(OutOfMemory, AFunctionWhoseNameCannotBeCopiedIsNotEntered) {
     EXPECT_THAT(journal::texts(), IsEmpty());
 }
 
+TEST_F(OutOfMemory, ANameThatCannotBeCopiedIsToldTheTargetsAfterTheNextReRead) {
+    const std::string longName(100, 'n');
+    CSorrel::getInstance();
+    journal::onEvent("isSyslog", [](const PluginEvent&) { replacedNew::failNext = true; }); // the last of the re-read
+    EXPECT_THROW(sorrel_set_applicationname(longName.c_str()), std::bad_alloc);
+    journal::onEvent("isSyslog", nullptr);
+    EXPECT_THAT(journal::ofKind("appname"), IsEmpty());
+    configure(target("recording"));
+    EXPECT_TRUE(journal::waitFor([&](const PluginEvent& event) { return event.text == longName; }));
+}
+
 // Each allocation of building a logger fails once, those of its target included.
 TEST_F(OutOfMemory, ALoggerThatCannotBeBuiltLeavesNeitherDescriptorsNorThreadsNorTargets) {
     const auto descriptors = openDescriptors();
