@@ -122,6 +122,31 @@ TEST_F(ExitStorm, RereadInsideATargetForEver) {
     });
 }
 
+TEST_F(ExitStorm, LoggerThatIsBuiltForEver) {
+    expectExits([](int) {
+        prepareToBuild();
+        holdIn("create");
+        for (int k = 0; k < 3; ++k) {
+            std::thread([] { say("storm"); }).detach();
+        }
+        waitUntilHeld();
+        lastWords.speak = useEverything;
+        std::exit(kChildPassed);
+    });
+}
+
+TEST_F(ExitStorm, LoggerThatIsBuiltMeanwhile) {
+    expectExits([](int i) {
+        prepareToBuild();
+        for (int k = 0; k < 3; ++k) {
+            std::thread([] { say("storm"); }).detach();
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(10 * i));
+        lastWords.speak = logInEveryWay; // before the logger's end, perhaps, or before its beginning
+        std::exit(kChildPassed);
+    });
+}
+
 TEST_F(ExitStorm, ConfigurationThatIsRewritten) {
     expectExits([](int) {
         static std::atomic<int> rereads{0};
