@@ -36,7 +36,10 @@ void stopHere() {
 
 class ExitHandlers : public ExitFixture {
 protected:
-    ExitHandlers() { netComponent = new sorrel_component{"net", 0xffffffffU, {}}; } // exists without a logger
+    ExitHandlers() {
+        startFromTheBeginning();
+        netComponent = new sorrel_component{"net", 0xffffffffU, {}}; // exists without a logger
+    }
 
     // Has the C library give an answer other than its own while the scope lasts.
     class ScopedAnswer {

@@ -36,6 +36,8 @@ struct Builder {
 
 class ExitWhileTheLoggerIsBuilt : public ExitFixture {
 protected:
+    ExitWhileTheLoggerIsBuilt() { startFromTheBeginning(); }
+
     // In the child of a death test: a thread is inside the target, in the first read, when this returns.
     static Builder& startToBuild() {
         alarm(kChildPatienceSeconds);
@@ -68,8 +70,9 @@ TEST_P(ExitWhileTheLoggerIsBuiltForEver, CallsAfterTheEndDoNotWait) {
     EXPECT_EXIT(
         {
             startToBuild();
+            static void (*const run)() = GetParam().run; // the parameters are gone by then
             lastWords.speak = [] {
-                GetParam().run();
+                run();
                 std::fputs("silent\n", stderr);
             };
             std::exit(EXIT_SUCCESS);
