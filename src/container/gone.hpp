@@ -2,8 +2,10 @@
 #ifndef SORREL_CONTAINER_GONE_HPP
 #define SORREL_CONTAINER_GONE_HPP
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <iterator>
 #include <pthread.h>
 #include <thread>
 
@@ -11,20 +13,27 @@ namespace sorrel {
 
 class CLogTargetContainer;
 
-// The containers of the process's loggers whose end at exit has begun.
-inline std::atomic<int> goneContainerCount{0};
-inline std::atomic<const CLogTargetContainer*> goneContainers[2] = {};
+// The containers that are gone: those of the process's loggers whose end at exit has begun, and of their stand-in.
+inline std::atomic<bool> someAreGone{false};
+inline std::atomic<const CLogTargetContainer*> goneContainers[3] = {};
 
+// Threads may mark at the same time, also the same container.
 inline void markGone(const CLogTargetContainer& container) noexcept {
-    goneContainers[goneContainerCount.load()].store(&container);
-    goneContainerCount.fetch_add(1);
+    for (std::atomic<const CLogTargetContainer*>& place : goneContainers) {
+        const CLogTargetContainer* taker = nullptr;
+        if (place.compare_exchange_strong(taker, &container) || taker == &container) {
+            break;
+        }
+    }
+    someAreGone.store(true);
 }
 
 inline bool isGone(const CLogTargetContainer& container) noexcept {
-    if (goneContainerCount.load() == 0) {
+    if (!someAreGone.load()) {
         return false;
     }
-    return goneContainers[0].load() == &container || goneContainers[1].load() == &container;
+    return std::any_of(std::begin(goneContainers), std::end(goneContainers),
+                       [&container](const auto& place) { return place.load() == &container; });
 }
 
 // At exit, where nothing may be thrown: whether the mutex was free, or held by this thread, and is taken now.

@@ -10,10 +10,12 @@
 #include "core/thread_record.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cxxabi.h>
+#include <memory>
 #include <new>
 #include <syslog.h>
 
@@ -81,6 +83,11 @@ void onLibrariesChanged() {
     }
 }
 
+// A logger that is gone from the beginning.
+struct StandIn {
+    CSorrel logger{false};
+};
+
 // The record's first use takes the loader's lock. When a target logs during a re-read the container's mutex is held,
 // and a thread that loads a library whose static objects log takes the two in the other order.
 void onWorkerStarted() {
@@ -93,6 +100,9 @@ LoggerSlot configuredSlot(true, sorrel::configuredLogger);
 LoggerSlot plainSlot(false, plainLogger);
 
 CSorrel* LoggerSlot::build() {
+    if (m_ended) {
+        return standIn(); // the thread that holds the mutex may never give it back
+    }
     const std::lock_guard<std::recursive_mutex> guard(m_mutex);
     if (m_begun) {
         return stored(); // built by another thread in the meantime, or being built by this one
@@ -100,8 +110,9 @@ CSorrel* LoggerSlot::build() {
     prepareForForks();
     sorrel::workerStartedHook = onWorkerStarted;
     sorrel::librariesChangedHook = onLibrariesChanged;
-    registerForExit();
-    m_begun = true;
+    if (!registerForExit() || !begin()) {
+        return standIn();
+    }
     try {
         new (m_storage) CSorrel(m_configured);
     } catch (...) {
@@ -117,17 +128,49 @@ CSorrel* LoggerSlot::build() {
     return stored();
 }
 
-// For good: the logger is ended even while the handler that can be moved is away.
-void LoggerSlot::registerForExit() {
+// For good: the logger is ended even while the handler that can be moved is away. False when the process is so near its
+// end that all handlers have been called: that is no error, and leaves errno as it is.
+bool LoggerSlot::registerForExit() {
+    const sorrel::ErrnoKeeper keeper;
+    errno = 0;
     if (!m_registered && std::atexit(m_configured ? endConfiguredLogger : endPlainLogger) != 0) {
-        throw std::bad_alloc();
+        if (errno == ENOMEM) {
+            throw std::bad_alloc();
+        }
+        return false;
     }
     m_registered = true;
+    return true;
+}
+
+// False when the logger has been ended already. Looks in the opposite order of end(), so that one of the two sees the
+// other.
+bool LoggerSlot::begin() {
+    m_begun = true;
+    if (m_ended) {
+        m_begun = false;
+        return false;
+    }
+    return true;
+}
+
+// Made without a lock, by whoever is first.
+CSorrel* LoggerSlot::standIn() {
+    static std::atomic<StandIn*> kept{nullptr}; // never freed
+    StandIn* known = kept.load();
+    if (known == nullptr) {
+        auto made = std::make_unique<StandIn>();
+        if (kept.compare_exchange_strong(known, made.get())) {
+            known = made.release();
+        }
+    }
+    sorrel::markGone(known->logger.m_container);
+    return &known->logger;
 }
 
 // With exit() called while the logger is being built, it is marked as gone but otherwise left as it stands.
 void LoggerSlot::end() noexcept {
-    if (!m_begun || m_ended.exchange(true)) {
+    if (m_ended.exchange(true) || !m_begun) {
         return;
     }
     sorrel::markGone(stored()->m_container);

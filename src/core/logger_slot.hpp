@@ -17,13 +17,15 @@ public:
     constexpr LoggerSlot(bool configured, std::atomic<CSorrel*>& published)
         : m_configured(configured), m_published(published) {}
 
-    // The logger, built now if need be; also after it was ended at exit, when it does nothing any more.
+    // The logger, built now if need be; also after it was ended at exit, when it does nothing any more. For one that
+    // was ended before it was whole there is a stand-in, so that nobody waits for the thread that builds it.
     CSorrel* get() {
         CSorrel* const logger = m_published.load(std::memory_order_acquire);
         return logger != nullptr ? logger : build();
     }
 
-    // Ends the logger, if it was built and was not ended before. What a target throws then ends the process.
+    // Ends the logger, if it was not ended before. One that was not built will not be any more. What a target throws
+    // then ends the process.
     void end() noexcept;
     bool hasEnded() const { return m_ended; }
 
@@ -35,7 +37,9 @@ public:
 private:
     CSorrel* stored() { return std::launder(static_cast<CSorrel*>(static_cast<void*>(m_storage))); }
     CSorrel* build();
-    void registerForExit();
+    bool registerForExit();
+    bool begin();
+    static CSorrel* standIn();
 
     const bool m_configured;
     std::atomic<CSorrel*>& m_published;

@@ -3,6 +3,18 @@
 
 namespace {
 
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define SORREL_TESTS_FORK_KEEPS_LOCKS
+#endif
+#endif
+
+#ifdef SORREL_TESTS_FORK_KEEPS_LOCKS
+constexpr bool kThreadsOfChildrenMayBuild = false;
+#else
+constexpr bool kThreadsOfChildrenMayBuild = true;
+#endif
+
 thread_local LastWords lastWordsOfThread;
 
 // Ends as main returns, after the test.
@@ -118,6 +130,37 @@ TEST_F(ExitStorm, RereadInsideATargetForEver) {
         holdIn("component");
         overwriteConfiguration(1);
         waitUntilHeld();
+        std::exit(kChildPassed);
+    });
+}
+
+TEST_F(ExitStorm, LoggerThatIsBuiltForEver) {
+    if (!kThreadsOfChildrenMayBuild) {
+        GTEST_SKIP() << "for the sanitizer the lock of the builder stays locked in a forked child";
+    }
+    expectExits([](int) {
+        prepareToBuild();
+        holdIn("create");
+        for (int k = 0; k < 3; ++k) {
+            std::thread([] { say("storm"); }).detach();
+        }
+        waitUntilHeld();
+        lastWords.speak = useEverything;
+        std::exit(kChildPassed);
+    });
+}
+
+TEST_F(ExitStorm, LoggerThatIsBuiltMeanwhile) {
+    if (!kThreadsOfChildrenMayBuild) {
+        GTEST_SKIP() << "for the sanitizer the lock of the builder stays locked in a forked child";
+    }
+    expectExits([](int i) {
+        prepareToBuild();
+        for (int k = 0; k < 3; ++k) {
+            std::thread([] { say("storm"); }).detach();
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(10 * i));
+        lastWords.speak = logInEveryWay; // before the logger's end, perhaps, or before its beginning
         std::exit(kChildPassed);
     });
 }

@@ -15,7 +15,7 @@
 // The process of the test never uses the library: so what it forks is as good as a new process.
 class ExitStorm : public ExitFixture {
 protected:
-    static constexpr int kKinds = 19;
+    static constexpr int kKinds = 21;
     static constexpr std::size_t kAtATime = 4;
 
     ExitStorm() { configure(stormConfiguration(0)); }
@@ -44,6 +44,9 @@ protected:
         netComponent = buildLogger();
         CSorrel::getInstance_NoSorrel();
     }
+
+    // A component that exists without a logger.
+    static void prepareToBuild() { netComponent = new sorrel_component{"net", 0xffffffffU, {}}; }
 
     // Threads that do something without pause until the process is gone; returns when all have begun.
     template <class Function>
