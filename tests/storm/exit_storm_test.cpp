@@ -3,18 +3,6 @@
 
 namespace {
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define SORREL_TESTS_FORK_KEEPS_LOCKS
-#endif
-#endif
-
-#ifdef SORREL_TESTS_FORK_KEEPS_LOCKS
-constexpr bool kThreadsOfChildrenMayBuild = false;
-#else
-constexpr bool kThreadsOfChildrenMayBuild = true;
-#endif
-
 thread_local LastWords lastWordsOfThread;
 
 // Ends as main returns, after the test.
@@ -135,7 +123,7 @@ TEST_F(ExitStorm, RereadInsideATargetForEver) {
 }
 
 TEST_F(ExitStorm, LoggerThatIsBuiltForEver) {
-    if (!kThreadsOfChildrenMayBuild) {
+    if (kThreadSanitized) {
         GTEST_SKIP() << "for the sanitizer the lock of the builder stays locked in a forked child";
     }
     expectExits([](int) {
@@ -151,7 +139,7 @@ TEST_F(ExitStorm, LoggerThatIsBuiltForEver) {
 }
 
 TEST_F(ExitStorm, LoggerThatIsBuiltMeanwhile) {
-    if (!kThreadsOfChildrenMayBuild) {
+    if (kThreadSanitized) {
         GTEST_SKIP() << "for the sanitizer the lock of the builder stays locked in a forked child";
     }
     expectExits([](int i) {

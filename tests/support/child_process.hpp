@@ -3,6 +3,7 @@
 #define SORREL_TESTS_CHILD_PROCESS_HPP
 
 #include "proc_self.hpp"
+#include "sanitizers.hpp"
 #include "wait_until.hpp"
 
 #include <algorithm>
@@ -10,21 +11,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define SORREL_TESTS_ALLOCATOR_IGNORES_FORK
-#endif
-#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define SORREL_TESTS_ALLOCATOR_IGNORES_FORK
-#endif
-
 // Whether a child may allocate memory when other threads of its parent did so at the moment of the fork. The allocators
 // of the address and the thread sanitizer leave their locks in the child as those threads held them.
-#ifdef SORREL_TESTS_ALLOCATOR_IGNORES_FORK
-constexpr bool kChildrenMayAllocate = false;
-#else
-constexpr bool kChildrenMayAllocate = true;
-#endif
+constexpr bool kChildrenMayAllocate = !kAddressSanitized && !kThreadSanitized;
 
 constexpr unsigned int kChildPatienceSeconds = 20;
 

@@ -4,6 +4,7 @@
 
 #include "child_process.hpp"
 #include "dial_fixture.hpp"
+#include "sanitizers.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -57,14 +58,12 @@ inline LastLook lastLook;
 
 class ClosedDescriptors : public DialFixture {
 protected:
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
     // To close a descriptor under another thread is a race by itself, whatever the library does.
     void SetUp() override {
-        GTEST_SKIP() << "races by its nature";
+        if (kThreadSanitized) {
+            GTEST_SKIP() << "races by its nature";
+        }
     }
-#endif
-#endif
 
     // Sends the first message; remembers the descriptors that it cost.
     static std::vector<int> startLogging() {
@@ -80,9 +79,7 @@ protected:
         return ours;
     }
 
-    static void say(const char* text) {
-        _sorrel(buildLogger(), SR_INFO, "%s", text);
-    }
+    static void say(const char* text) { _sorrel(buildLogger(), SR_INFO, "%s", text); }
 
     // All but the standard streams and, for the tests that listen to it, the sockets of the system log.
     static void closeAll() {
@@ -124,9 +121,7 @@ protected:
         return outOfTheWay(fd);
     }
 
-    static int openEpoll() {
-        return outOfTheWay(epoll_create1(EPOLL_CLOEXEC));
-    }
+    static int openEpoll() { return outOfTheWay(epoll_create1(EPOLL_CLOEXEC)); }
 
     // With a watch, which has the number of the library's own.
     static int openInotify() {
@@ -163,9 +158,7 @@ protected:
         const std::set<int> ids = threadIds();
         return std::any_of(ids.begin(), ids.end(), waitsForEvents);
     }
-    static bool isAlone() {
-        return threadIds().size() == 1;
-    }
+    static bool isAlone() { return threadIds().size() == 1; }
 
     // Forks a child that stops in this function, once, and goes on: the wait of its worker is interrupted. How it ends.
     template <class Function>

@@ -4,6 +4,7 @@
 
 #include "child_process.hpp"
 #include "dial_fixture.hpp"
+#include "sanitizers.hpp"
 
 #include <algorithm>
 
@@ -95,9 +96,13 @@ inline void useEverythingAndTell() {
 
 class ExitFixture : public DialFixture {
 protected:
-    // Has death tests of this test execute the program again. For the thread sanitizer the lock under which a logger is
-    // built stays locked in a forked child, where another thread than the first one builds.
-    static void startFromTheBeginning() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+    // For the thread sanitizer the lock under which a logger is built stays locked in a forked child, where another
+    // thread than the first one builds. There, death tests execute the program again.
+    static void startFromTheBeginning() {
+        if (kThreadSanitized) {
+            GTEST_FLAG_SET(death_test_style, "threadsafe");
+        }
+    }
 
     // As the worker does, if it is still there.
     static bool noThreadWaitsForEvents() {

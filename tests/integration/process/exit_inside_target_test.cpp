@@ -205,11 +205,9 @@ TEST_F(ExitInsideTarget, OnAnotherThreadOfAForkedChildEndsIt) {
 }
 
 TEST_F(ExitInsideTarget, WhileAThreadIsStuckInATargetEndsAChildThatNoForkHandlerHasSeen) {
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-    GTEST_SKIP() << "for the sanitizer it is a thread of its parent";
-#endif
-#endif
+    if (kThreadSanitized) {
+        GTEST_SKIP() << "for the sanitizer it is a thread of its parent";
+    }
     configure(target("recording") + target("recording_b"));
     EXPECT_EXIT(
         {

@@ -76,11 +76,9 @@ TEST_F(Exit, NoThreadAndNoDescriptorOfTheLoggerIsLeft) {
 }
 
 TEST_F(Exit, AChildThatNoForkHandlerHasSeenEnds) {
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-    GTEST_SKIP() << "for the sanitizer it is a thread of its parent";
-#endif
-#endif
+    if (kThreadSanitized) {
+        GTEST_SKIP() << "for the sanitizer it is a thread of its parent";
+    }
     EXPECT_EXIT(
         {
             start();
