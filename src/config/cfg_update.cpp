@@ -101,11 +101,11 @@ void CLogTargetContainer::unloadUnseenTargets(FirstException& thrown) {
         if (!Scope::leaveTarget(*this)) {
             return;
         }
-        it = entry.target == nullptr ? m_targets.erase(it) : std::next(it);
+        it = entry.module == nullptr ? m_targets.erase(it) : std::next(it);
     }
 }
 
-// Asks a target that stays whether it writes to syslog. The entry of one that goes has no target afterwards.
+// Asks a target that stays whether it writes to syslog. The entry of one that goes has no library afterwards.
 void CLogTargetContainer::sweepTarget(CPluggableLogModule& entry) {
     if (std::exchange(entry.seen, false)) { // cleared first: a target that throws now can be unloaded later
         if (entry.target->isSyslogTarget()) {
