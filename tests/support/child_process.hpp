@@ -31,15 +31,17 @@ inline int endOfChild(pid_t child) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }
 
+inline bool doOtherThreadsSleep() {
+    const std::set<int> threads = threadIds();
+    return std::all_of(threads.begin(), threads.end(),
+                       [](int thread) { return thread == gettid() || systemCallOf(thread) != -1; });
+}
+
 // Call it before a fork. Where it matters what the other threads do at that moment, waits until they all sleep: the
 // worker may still be reading its file.
 inline void letOtherThreadsSettle() {
     if (!kChildrenMayAllocate) {
-        waitUntil([] {
-            const std::set<int> threads = threadIds();
-            return std::all_of(threads.begin(), threads.end(),
-                               [](int thread) { return thread == gettid() || systemCallOf(thread) != -1; });
-        });
+        waitUntil(doOtherThreadsSleep);
     }
 }
 

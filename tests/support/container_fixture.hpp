@@ -167,13 +167,17 @@ protected:
     // Waits until the worker has dealt with all that was waiting for it: it answers to a notification that it ignores
     // only when it has finished what it read before.
     bool waitUntilHandled(OpenContainer& container) {
+        return handlesAll(container) && handlesAll(container); // a watch that moves is an event of its own
+    }
+
+private:
+    bool handlesAll(OpenContainer& container) {
         const bool noEvents = waitUntil([&] { return bytesWaiting(container.inotifyFd) == 0; });
         const auto ignored = static_cast<sorrel::CLogTargetContainer::thread_notification>(77);
         return noEvents && container->notifyThread(ignored) == 0 &&
                waitUntil([&] { return bytesWaiting(container.pipeFds[0]) == 0; });
     }
 
-private:
     TempDir m_directory;
 };
 

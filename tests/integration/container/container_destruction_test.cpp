@@ -64,7 +64,7 @@ TEST_F(ContainerDestruction, TheTargetsAreReleasedWhenWorkerAndDescriptorsAreGon
     bool free = false;
     journal::onEvent("destroy", [&](const PluginEvent&) {
         descriptorsLeft = openDescriptors();
-        threadsLeft = threadIds();
+        waitUntil([&] { return (threadsLeft = threadIds()) == threads; }); // one that was joined may still be listed
         free = isLockFree(dying);
     });
     container.reset();

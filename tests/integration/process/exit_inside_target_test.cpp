@@ -213,6 +213,9 @@ TEST_F(ExitInsideTarget, WhileAThreadIsStuckInATargetEndsAChildThatNoForkHandler
         {
             start();
             leaveThreadInsideTarget();
+            // The loader of a raw clone would wait for threads that were looking for a function.
+            expectAtExit(waitUntil([] { return !noThreadWaitsForEvents() && doOtherThreadsSleep(); }),
+                         "all others sleep");
             const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
             if (child == 0) {
                 alarm(kChildPatienceSeconds);

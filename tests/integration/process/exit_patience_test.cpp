@@ -57,3 +57,16 @@ TEST_F(ExitPatience, IsForAThreadThatComesOutOfATarget) {
         },
         ExitedWithCode(0), Eq(std::string("recording log the last one\n") + kReleased));
 }
+
+TEST_F(ExitPatience, IsForAWorkerThatWaitsForTheComponentsLock) {
+    EXPECT_EXIT(
+        {
+            start();
+            CSorrel::getInstance()->lockComponents();
+            CSorrel::getInstance()->lockComponents();
+            blockWorker();
+            clockStands = true;
+            std::exit(EXIT_SUCCESS);
+        },
+        ExitedWithCode(0), Eq(kReleased));
+}

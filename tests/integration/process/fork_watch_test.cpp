@@ -93,13 +93,16 @@ TEST_F(ForkWatch, ChildReadsWhateverOtherThreadsDoWithTheLocale) {
     sorrel_component* const dial = sorrel::sorrel_get_component_by_name("dial");
     const std::locale usual = std::locale::global(std::locale(std::locale::classic(), new std::ctype<char>));
     std::atomic<bool> isOver{false};
+    std::atomic<int> begun{0};
     const auto copyLocales = [&] {
+        ++begun;
         while (!isOver) {
             const std::locale copy;
         }
     };
     std::thread first(copyLocales);
     std::thread second(copyLocales);
+    waitUntil([&] { return begun == 2; }); // a thread that is being started allocates
     int passed = 0;
     while (passed < kForks && endOfChild(startChildAtOnce([&] {
                                   __atomic_store_n(&dial->mask, 0, __ATOMIC_RELAXED);
