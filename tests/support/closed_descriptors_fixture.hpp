@@ -154,10 +154,6 @@ protected:
         return found != ours.end() ? *found : -1;
     }
 
-    static bool isWorkerWaiting() {
-        const std::set<int> ids = threadIds();
-        return std::any_of(ids.begin(), ids.end(), waitsForEvents);
-    }
     static bool isAlone() { return threadIds().size() == 1; }
 
     // Forks a child that stops in this function, once, and goes on: the wait of its worker is interrupted. How it ends.

@@ -5,7 +5,9 @@
 
 #include "logger_fixture.hpp"
 
+#include <algorithm>
 #include <bitset>
+#include <set>
 
 class DialFixture : public LoggerFixture {
 protected:
@@ -23,6 +25,12 @@ protected:
     }
 
     static sorrel_component* buildLogger() { return sorrel_create_component("net", SR_ALL, "64=INFO"); }
+
+    // For events, that is, and not for a lock.
+    static bool isWorkerWaiting() {
+        const std::set<int> ids = threadIds();
+        return std::any_of(ids.begin(), ids.end(), waitsForEvents);
+    }
 
     static std::size_t descriptorsOnto(const std::string& what) {
         std::size_t count = 0;

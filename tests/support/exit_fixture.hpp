@@ -7,6 +7,9 @@
 #include "sanitizers.hpp"
 
 #include <algorithm>
+#include <csignal>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 // What the target "recording" sees of its end.
 inline constexpr char kReleased[] = "recording factory\nrecording destroy\nrecording done\n";
@@ -104,10 +107,11 @@ protected:
         }
     }
 
-    // As the worker does, if it is still there.
-    static bool noThreadWaitsForEvents() {
-        const std::set<int> ids = threadIds();
-        return std::none_of(ids.begin(), ids.end(), waitsForEvents);
+    // Forks as raw clone(2) does, so that no fork handler sees it. The loader of the child would wait for a thread that
+    // was looking for a function at that moment: the others sleep, the worker too.
+    static pid_t cloneUnseen() {
+        expectAtExit(waitUntil([] { return isWorkerWaiting() && doOtherThreadsSleep(); }), "all others sleep");
+        return static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
     }
 
     // Has the worker read the file again, up to where it waits for a lock.

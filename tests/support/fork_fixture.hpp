@@ -13,10 +13,7 @@ protected:
     // another thread allocates.
     void build() {
         net = buildLogger();
-        waitUntil([] {
-            const std::set<int> ids = threadIds();
-            return std::any_of(ids.begin(), ids.end(), waitsForEvents);
-        });
+        waitUntil(isWorkerWaiting);
     }
 
     void say(const char* text) const { _sorrel(net, SR_INFO, "%s", text); }

@@ -55,10 +55,7 @@ protected:
         journal::onEvent("done", [&gate, comesBack](const PluginEvent& event) {
             if (event.library == "recording_b" && comesBack) {
                 gate.mayGo.set_value();
-                waitUntil([] {
-                    const std::set<int> ids = threadIds();
-                    return std::any_of(ids.begin(), ids.end(), waitsForEvents);
-                });
+                waitUntil([] { return isWorkerWaiting(); });
             }
         });
         configureTargets(GetParam().isLoadedAfterwards);

@@ -3,8 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <csignal>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -66,7 +64,7 @@ TEST_F(Exit, NoThreadAndNoDescriptorOfTheLoggerIsLeft) {
             start();
             sorrel_set_applicationname("player");
             lastWords.speak = [] {
-                expectAtExit(noThreadWaitsForEvents(), "the worker has ended");
+                expectAtExit(!isWorkerWaiting(), "the worker has ended");
                 expectAtExit(openDescriptors() == before, "its descriptors are closed");
                 std::fputs("alone\n", stderr);
             };
@@ -82,10 +80,7 @@ TEST_F(Exit, AChildThatNoForkHandlerHasSeenEnds) {
     EXPECT_EXIT(
         {
             start();
-            // The loader of a raw clone would wait for threads that were looking for a function.
-            expectAtExit(waitUntil([] { return !noThreadWaitsForEvents() && doOtherThreadsSleep(); }),
-                         "all others sleep");
-            const auto child = static_cast<pid_t>(syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+            const pid_t child = cloneUnseen();
             if (child == 0) {
                 alarm(kChildPatienceSeconds);
                 std::exit(EXIT_SUCCESS);
@@ -165,7 +160,9 @@ TEST_F(Exit, FromATargetThatIsToldTheNameStillEndsTheWorker) {
         {
             start();
             journal::onEvent("appname", [](const PluginEvent&) {
-                lastWords.speak = [] { expectAtExit(waitUntil(noThreadWaitsForEvents), "the worker has ended"); };
+                lastWords.speak = [] {
+                    expectAtExit(waitUntil([] { return !isWorkerWaiting(); }), "the worker has ended");
+                };
                 std::exit(kChildPassed);
             });
             sorrel_set_applicationname("player");
@@ -181,7 +178,7 @@ TEST_F(Exit, TargetThatWasLoadedLaterIsReleasedBeforeItsStaticObjects) {
             const bool loaded = journal::waitFor(
                 [](const PluginEvent& event) { return event.library == "static_object" && event.kind == "isSyslog"; });
             expectAtExit(loaded, "the second target is loaded");
-            expectAtExit(waitUntil([] { return !noThreadWaitsForEvents(); }), "the worker has come out of it");
+            expectAtExit(waitUntil(isWorkerWaiting), "the worker has come out of it");
             std::exit(EXIT_SUCCESS);
         },
         ExitedWithCode(0), EndsWith("static_object destroy\nstatic_object done\nstatic_object static\n"));
